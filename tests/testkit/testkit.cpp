@@ -1,0 +1,224 @@
+#include "testkit/testkit.h"
+
+#include <fcntl.h>
+#include <io.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace testkit {
+
+std::string BinDir()
+{
+    char path[MAX_PATH] = {0};
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    std::string dir(path);
+    return dir.substr(0, dir.find_last_of('\\') + 1);
+}
+
+std::string ModulePath(HMODULE module)
+{
+    char path[MAX_PATH] = {0};
+    GetModuleFileNameA(module, path, MAX_PATH);
+    return path;
+}
+
+static void RemoveTree(const std::string& dir)
+{
+    WIN32_FIND_DATAA fd;
+    HANDLE h = FindFirstFileA((dir + "*").c_str(), &fd);
+    if (h != INVALID_HANDLE_VALUE) {
+        do {
+            const std::string name = fd.cFileName;
+            if (name == "." || name == "..") continue;
+            const std::string full = dir + name;
+            if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+                RemoveTree(full + "\\");
+            } else {
+                DeleteFileA(full.c_str());
+            }
+        } while (FindNextFileA(h, &fd));
+        FindClose(h);
+    }
+    RemoveDirectoryA(dir.c_str());
+}
+
+static void MakeDirs(const std::string& dir)
+{
+    for (size_t i = 3; i < dir.size(); ++i) {
+        if (dir[i] == '\\') CreateDirectoryA(dir.substr(0, i).c_str(), nullptr);
+    }
+}
+
+StagedDir::StagedDir(const std::string& name)
+{
+    m_path = BinDir() + "..\\stage\\" + name + "\\";
+    char full[MAX_PATH];
+    GetFullPathNameA(m_path.c_str(), MAX_PATH, full, nullptr);
+    m_path = full;
+    RemoveTree(m_path);
+    MakeDirs(m_path);
+}
+
+StagedDir& StagedDir::Add(const std::string& file, const std::string& as)
+{
+    const std::string to = m_path + (as.empty() ? file : as);
+    if (!CopyFileA((BinDir() + file).c_str(), to.c_str(), FALSE)) {
+        fprintf(stdout, "testkit: cannot copy %s to %s\n", file.c_str(), to.c_str());
+    }
+    return *this;
+}
+
+StagedDir& StagedDir::Write(const std::string& file, const std::string& contents)
+{
+    FILE* f = fopen((m_path + file).c_str(), "wb");
+    if (f) {
+        fwrite(contents.data(), 1, contents.size(), f);
+        fclose(f);
+    }
+    return *this;
+}
+
+HMODULE StagedDir::Load(const std::string& file) const { return LoadLibraryA((m_path + file).c_str()); }
+
+StderrCapture::StderrCapture()
+{
+    char dir[MAX_PATH];
+    char file[MAX_PATH];
+    GetTempPathA(MAX_PATH, dir);
+    GetTempFileNameA(dir, "err", 0, file);
+    m_file = file;
+    fflush(stderr);
+    m_saved = _dup(2);
+    int fd = _open(file, _O_WRONLY | _O_BINARY | _O_TRUNC);
+    _dup2(fd, 2);
+    _close(fd);
+}
+
+StderrCapture::~StderrCapture()
+{
+    fflush(stderr);
+    _dup2(m_saved, 2);
+    _close(m_saved);
+    DeleteFileA(m_file.c_str());
+}
+
+std::string StderrCapture::Take()
+{
+    fflush(stderr);
+    const std::string all = ReadFile(m_file);
+    std::string fresh = all.substr(m_read < all.size() ? m_read : all.size());
+    m_read = all.size();
+    return fresh;
+}
+
+template <typename Fn>
+static Fn VelmorExport(const char* name)
+{
+    HMODULE velmor = GetModuleHandleA("Velmor.dll");
+    return velmor ? reinterpret_cast<Fn>(GetProcAddress(velmor, name)) : nullptr;
+}
+
+std::vector<std::string> TakeVelmorCalls()
+{
+    auto take = VelmorExport<int (*)(char*, int)>("VelmorTest_TakeCalls");
+    if (!take) return {"<no recording Velmor.dll loaded>"};
+    std::string text(take(nullptr, 0) + 1, '\0');
+    take(&text[0], static_cast<int>(text.size()));
+    return SplitLines(text.c_str());
+}
+
+void SetVelmorLevels(int first, int second)
+{
+    auto set = VelmorExport<void (*)(int, int)>("VelmorTest_SetLevels");
+    if (set) set(first, second);
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::string out;
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) out.append(buf, n);
+    fclose(f);
+    return out;
+}
+
+std::vector<std::string> SplitLines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        lines.push_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
+static LRESULT CALLBACK TestWndProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp)
+{
+    return DefWindowProcA(hwnd, msg, wp, lp);
+}
+
+HWND CreateTestWindow(int x, int y, int w, int h, const char* title)
+{
+    static ATOM cls = [] {
+        WNDCLASSA wc = {};
+        wc.lpfnWndProc = TestWndProc;
+        wc.hInstance = GetModuleHandleA(nullptr);
+        wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
+        wc.lpszClassName = "QuillonTestWindow";
+        return RegisterClassA(&wc);
+    }();
+    (void)cls;
+    RECT r = {0, 0, w, h};
+    const DWORD style = WS_POPUP | WS_VISIBLE;
+    AdjustWindowRect(&r, style, FALSE);
+    HWND hwnd = CreateWindowA("QuillonTestWindow", title, style, x, y, r.right - r.left, r.bottom - r.top, nullptr,
+                              nullptr, GetModuleHandleA(nullptr), nullptr);
+    ShowWindow(hwnd, SW_SHOW);
+    UpdateWindow(hwnd);
+    return hwnd;
+}
+
+COLORREF ClientPixel(HWND window, int x, int y)
+{
+    MSG msg;
+    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
+    POINT p = {x, y};
+    ClientToScreen(window, &p);
+    HDC screen = GetDC(nullptr);
+    HDC mem = CreateCompatibleDC(screen);
+    HBITMAP bmp = CreateCompatibleBitmap(screen, 1, 1);
+    HGDIOBJ old = SelectObject(mem, bmp);
+    BitBlt(mem, 0, 0, 1, 1, screen, p.x, p.y, SRCCOPY);
+    COLORREF c = GetPixel(mem, 0, 0);
+    SelectObject(mem, old);
+    DeleteObject(bmp);
+    DeleteDC(mem);
+    ReleaseDC(nullptr, screen);
+    return c;
+}
+
+COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(COLORREF)>& accept, int timeoutMs)
+{
+    const DWORD start = GetTickCount();
+    COLORREF c = ClientPixel(window, x, y);
+    while (!accept(c) && GetTickCount() - start < static_cast<DWORD>(timeoutMs)) {
+        Sleep(20);
+        c = ClientPixel(window, x, y);
+    }
+    return c;
+}
+
+bool Near(COLORREF c, int r, int g, int b, int tolerance)
+{
+    return abs(GetRValue(c) - r) <= tolerance && abs(GetGValue(c) - g) <= tolerance &&
+           abs(GetBValue(c) - b) <= tolerance;
+}
+
+}  // namespace testkit

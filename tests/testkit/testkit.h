@@ -1,0 +1,71 @@
+#pragma once
+// Helpers shared by the test executables: staged directories holding the
+// modules under test, loading from them, capturing the C runtime's stderr,
+// reading the calls recorded by the test variant of Velmor.dll, and reading
+// presented pixels back from the screen.
+#include <windows.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace testkit {
+
+// Directory of the running test executable (the build's bin directory),
+// with a trailing backslash. Every built module lies there.
+std::string BinDir();
+
+// File name of a loaded module.
+std::string ModulePath(HMODULE module);
+
+// A directory <bin>\..\stage\<name>\, emptied on construction, into which
+// modules from the bin directory are copied, possibly under another name.
+class StagedDir {
+public:
+    explicit StagedDir(const std::string& name);
+    StagedDir& Add(const std::string& file, const std::string& as = "");
+    StagedDir& Write(const std::string& file, const std::string& contents);
+    const std::string& Path() const { return m_path; }
+    HMODULE Load(const std::string& file) const;
+
+private:
+    std::string m_path;
+};
+
+// Collects what is written to file descriptor 2 while it is alive.
+class StderrCapture {
+public:
+    StderrCapture();
+    ~StderrCapture();
+    std::string Take();  // everything written since construction or the last Take
+
+private:
+    int m_saved = -1;
+    std::string m_file;
+    size_t m_read = 0;
+};
+
+// The calls the recording Velmor.dll loaded in this process has seen since
+// the last call, one "name" or "name(text)" each; and its two levels.
+std::vector<std::string> TakeVelmorCalls();
+void SetVelmorLevels(int first, int second);
+
+std::string ReadFile(const std::string& path);
+std::vector<std::string> SplitLines(const std::string& text);
+
+// A plain top-level window with a client area of w x h at screen (x, y),
+// shown and painted black.
+HWND CreateTestWindow(int x, int y, int w, int h, const char* title = "quillon test");
+
+// The pixel at client coordinates of `window`, read from the screen.
+COLORREF ClientPixel(HWND window, int x, int y);
+
+// Polls ClientPixel until `accept` holds or about `timeoutMs` passed;
+// returns the last pixel read.
+COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(COLORREF)>& accept,
+                            int timeoutMs = 2000);
+
+// True when every channel of `c` is within `tolerance` of (r, g, b).
+bool Near(COLORREF c, int r, int g, int b, int tolerance);
+
+}  // namespace testkit

@@ -1,0 +1,107 @@
+// Our Velmor.dll writing real log files through the SDK's log layer.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "core/core_api.h"
+#include "testkit/testkit.h"
+
+namespace {
+
+class VelmorFile : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static testkit::StagedDir dir("velmor_file");
+        dir.Add("QuillonSDK.dll").Add("Velmor.dll");
+        dir.Write("Velmor.ini", "[log]\r\nlevel=200\r\ndebug_level=0\r\nfile=records.log\r\n");
+        s_log = dir.Path() + "records.log";
+        ASSERT_NE(dir.Load("QuillonSDK.dll"), nullptr);
+        ASSERT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
+    }
+    // Lines written since the previous call.
+    static std::vector<std::string> NewLines()
+    {
+        const std::string all = testkit::ReadFile(s_log);
+        std::string fresh = all.substr(s_read);
+        s_read = all.size();
+        return testkit::SplitLines(fresh);
+    }
+    static std::string s_log;
+    static size_t s_read;
+};
+std::string VelmorFile::s_log;
+size_t VelmorFile::s_read = 0;
+
+const std::string kDate = R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] )";
+
+}  // namespace
+
+TEST_F(VelmorFile, LevelsComeFromTheIniFile)
+{
+    int first = -7, second = -7;
+    core_log_get_level(&first, &second);
+    EXPECT_EQ(first, 200);
+    EXPECT_EQ(second, 0);
+}
+
+TEST_F(VelmorFile, RecordsAreDatedAndPercentSignsArriveLiterally)
+{
+    NewLines();
+    core_log_msg("%s", "keep 100%d %s as written");
+    core_log_debug("dropped: debug is off");
+    QUILLON_LOG_ERROR("CLS_Sample::Method", 37, "[QuillonStartup] already Startup!");
+    const auto lines = NewLines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(std::regex_match(lines[0], std::regex(kDate + R"(keep 100%d %s as written)"))) << lines[0];
+    EXPECT_TRUE(std::regex_match(
+        lines[1], std::regex(kDate + R"(file: tests/velmor_tests\.cpp, func:CLS_Sample::Method, line: 37 )"
+                                     R"(\[QuillonStartup\] already Startup!)")))
+        << lines[1];
+
+    core_log_set_level(0, 300, 0);
+    core_log_debug("debug %d", 300);
+    core_log_set_level(200, 0, 0);
+    const auto debug = NewLines();
+    ASSERT_EQ(debug.size(), 1u);
+    EXPECT_TRUE(std::regex_match(debug[0], std::regex(kDate + R"(\[debug\] debug 300)"))) << debug[0];
+}
+
+TEST_F(VelmorFile, RecordsFromEightThreadsStayWhole)
+{
+    NewLines();
+    const int kThreads = 8;
+    const int kRecords = 300;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            const std::string func = "Thread" + std::to_string(t);
+            for (int i = 0; i < kRecords; ++i) {
+                QUILLON_LOG_ERROR(func.c_str(), i, "record %d of thread %d %s", i, t, std::string(i % 50, '#').c_str());
+                if (i % 10 == 0) core_log_msg("message %d of thread %d", i, t);
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+
+    const auto lines = NewLines();
+    ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * (kRecords + kRecords / 10)));
+    const std::regex record(kDate + R"(file: tests/velmor_tests\.cpp, func:Thread(\d), line: (\d+) record (\d+) of thread (\d) (#*))");
+    const std::regex message(kDate + R"(message (\d+) of thread (\d))");
+    std::vector<int> next(kThreads, 0);
+    for (const std::string& line : lines) {
+        std::smatch m;
+        if (std::regex_match(line, m, message)) continue;
+        ASSERT_TRUE(std::regex_match(line, m, record)) << line;
+        const int t = std::stoi(m[1]);
+        const int i = std::stoi(m[2]);
+        EXPECT_EQ(std::stoi(m[3]), i);
+        EXPECT_EQ(std::stoi(m[4]), t);
+        EXPECT_EQ(m[5].length(), i % 50);
+        EXPECT_EQ(i, next[t]) << "records of one thread out of order";
+        next[t] = i + 1;
+    }
+    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next[t], kRecords);
+}
