@@ -33,9 +33,103 @@ typedef void* QuillonRenderHandle;
 
 /* ---- render records ----------------------------------------------------- */
 
+/* QuillonRenderInitDevice: the window to draw into (NULL: a device without a
+ * swap chain); the library writes the device it made into `device`. */
+typedef struct RenderInitParam {
+    HWND hWnd;                  /* 0 */
+    unsigned char reserved0[16]; /* 8 */
+    void* device;               /* 24: out, ID3D11Device* */
+    unsigned char reserved1[40]; /* 32 */
+} RenderInitParam;              /* 72 bytes */
+
+/* QuillonRenderGetDrawInfo: the renderer's device (NULL before InitDevice). */
+typedef struct DrawInfo {
+    void* device;               /* 0: ID3D11Device* */
+} DrawInfo;                     /* 8 bytes */
+
+/* QuillonRenderShowFrame, and the record the draw callback receives.
+ * `texture` set: a decoder texture array slice on the renderer's device
+ * (hardware path). `texture` NULL: I420 planes at `data` (Y, then U at
+ * width*height, then V at width*height*5/4). */
+typedef struct ShowFrameData {
+    unsigned char* data;        /* 0: I420 picture in memory */
+    unsigned char reserved0[8]; /* 8 */
+    int width;                  /* 16 */
+    int height;                 /* 20 */
+    void* texture;              /* 24: ID3D11Texture2D* (NV12 array) */
+    unsigned int eraseOnRelease; /* 32: repaint the window when the device goes */
+    unsigned char reserved1[36]; /* 36 */
+    int lineSize;               /* 72: Y bytes per row, 0 = width */
+    unsigned char reserved2[32]; /* 76 */
+    unsigned int arraySlice;    /* 108: slice of `texture` */
+} ShowFrameData;                /* 112 bytes */
+
+/* QuillonRenderConfig command codes. */
+#define QUILLON_CMD_TEXTURE2D_TO_NV12 0 /* NV12ReadBack */
+#define QUILLON_CMD_SET_DRAW_CALLBACK 1 /* DrawCallBackParam */
+#define QUILLON_CMD_DRAW_LINE 2         /* OverlayParam */
+#define QUILLON_CMD_DRAW_TEXT 3         /* OverlayParam */
+#define QUILLON_CMD_DRAW_BLURRY 4       /* OverlayParam */
+#define QUILLON_CMD_EZOOM_AREA 5        /* EZoomArea */
+#define QUILLON_CMD_SET_DST_RECT 6      /* DstRect */
+
+/* Command 0: read one slice of a decoder texture back as NV12. `data` and
+ * `rowPitch` come back filled: luma rows of rowPitch bytes, then the
+ * interleaved chroma rows. */
+typedef struct NV12ReadBack {
+    void* texture;              /* 0: ID3D11Texture2D* */
+    unsigned int arraySlice;    /* 8 */
+    unsigned int width;         /* 12 */
+    unsigned int height;        /* 16 */
+    unsigned int pad0;          /* 20 */
+    void* data;                 /* 24: out */
+    unsigned int rowPitch;      /* 32: out */
+    unsigned int pad1;          /* 36 */
+} NV12ReadBack;                 /* 40 bytes */
+
+/* Called once per shown picture between the overlay pass's begin and end,
+ * with the library's copy of the ShowFrameData (valid during the call) and
+ * the host's pointer; overlay commands 2 to 4 may be issued from inside. */
+typedef void(QUILLON_CALL* QuillonDrawCallBack)(ShowFrameData* frame, void* user);
+
+/* Command 1. A NULL callback switches it off. */
+typedef struct DrawCallBackParam {
+    QuillonDrawCallBack callback; /* 0 */
+    void* user;                 /* 8 */
+} DrawCallBackParam;            /* 16 bytes */
+
+/* Command 5: the part of the picture to show, as fractions of its width and
+ * height; default 0, 0, 1, 1. Hardware path only. */
+typedef struct EZoomArea {
+    double left;                /* 0 */
+    double top;                 /* 8 */
+    double right;               /* 16 */
+    double bottom;              /* 24 */
+} EZoomArea;                    /* 32 bytes */
+
+/* Command 6: where the picture goes, in render-target pixels; all zero
+ * means the whole target. */
+typedef struct DstRect {
+    int left;                   /* 0 */
+    int top;                    /* 4 */
+    int right;                  /* 8 */
+    int bottom;                 /* 12 */
+} DstRect;                      /* 16 bytes */
+
 /* ---- overlay records ---------------------------------------------------- */
 
 /* ---- exported functions ------------------------------------------------- */
+
+/* Render family: handles from QuillonRenderCreate; every other function
+ * returns -1 for an unknown handle. */
+QUILLON_API QuillonRenderHandle QUILLON_CALL QuillonRenderCreate(void* reserved, unsigned int reservedSize);
+QUILLON_API int QUILLON_CALL QuillonRenderInitDevice(QuillonRenderHandle handle, void* initParam, int size);
+QUILLON_API int QUILLON_CALL QuillonRenderShowFrame(QuillonRenderHandle handle, void* frame, unsigned int size);
+QUILLON_API int QUILLON_CALL QuillonRenderGetDrawInfo(QuillonRenderHandle handle, void* drawInfo, unsigned int size);
+QUILLON_API int QUILLON_CALL QuillonRenderSetWnd(QuillonRenderHandle handle, HWND hWnd);
+QUILLON_API int QUILLON_CALL QuillonRenderConfig(QuillonRenderHandle handle, unsigned int command, void* data,
+                                                 unsigned int size);
+QUILLON_API int QUILLON_CALL QuillonRenderRelease(QuillonRenderHandle handle);
 
 #ifdef __cplusplus
 }
@@ -52,6 +146,17 @@ typedef void* QuillonRenderHandle;
 #include <stddef.h>
 /* decoder layout checks */
 /* render layout checks */
+QUILLON_STATIC_ASSERT(sizeof(RenderInitParam) == 72 && offsetof(RenderInitParam, device) == 24, "RenderInitParam");
+QUILLON_STATIC_ASSERT(sizeof(DrawInfo) == 8, "DrawInfo");
+QUILLON_STATIC_ASSERT(sizeof(ShowFrameData) == 112, "ShowFrameData size");
+QUILLON_STATIC_ASSERT(offsetof(ShowFrameData, width) == 16 && offsetof(ShowFrameData, height) == 20, "ShowFrameData size fields");
+QUILLON_STATIC_ASSERT(offsetof(ShowFrameData, texture) == 24 && offsetof(ShowFrameData, eraseOnRelease) == 32, "ShowFrameData texture");
+QUILLON_STATIC_ASSERT(offsetof(ShowFrameData, lineSize) == 72 && offsetof(ShowFrameData, arraySlice) == 108, "ShowFrameData slice");
+QUILLON_STATIC_ASSERT(sizeof(NV12ReadBack) == 40 && offsetof(NV12ReadBack, width) == 12, "NV12ReadBack");
+QUILLON_STATIC_ASSERT(offsetof(NV12ReadBack, data) == 24 && offsetof(NV12ReadBack, rowPitch) == 32, "NV12ReadBack out");
+QUILLON_STATIC_ASSERT(sizeof(DrawCallBackParam) == 16 && offsetof(DrawCallBackParam, user) == 8, "DrawCallBackParam");
+QUILLON_STATIC_ASSERT(sizeof(EZoomArea) == 32 && offsetof(EZoomArea, bottom) == 24, "EZoomArea");
+QUILLON_STATIC_ASSERT(sizeof(DstRect) == 16 && offsetof(DstRect, bottom) == 12, "DstRect");
 /* overlay layout checks */
 #endif
 
