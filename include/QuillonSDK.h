@@ -118,6 +118,26 @@ typedef struct DstRect {
 
 /* ---- overlay records ---------------------------------------------------- */
 
+/* A point of an overlay, in client-area pixels of the window. */
+typedef struct OverlayPoint {
+    int x;
+    int y;
+} OverlayPoint;
+
+/* Payload of the overlay commands (line, text, hatched region); 416 bytes. */
+typedef struct OverlayParam {
+    int closed;               /* line: 1 joins the last point to the first */
+    unsigned int color;       /* red bits 0-7, green 8-15, blue 16-23; drawn opaque */
+    int lineWidth;            /* line and hatch: stroke width (below 1: 2.0); text: font size */
+    int pointCount;           /* number of points used */
+    OverlayPoint points[32];  /* text: points[0] top-left, points[1] bottom-right of the box */
+    char text[128];           /* NUL-terminated */
+    float spacing;            /* hatch: distance between lines; 0.0 means 10.0 */
+    int fontType;             /* text: 1 the CJK sans family, else "Times New Roman" */
+    int charset;              /* text: 2 UTF-8, else the ANSI code page */
+    unsigned char reserved[4];
+} OverlayParam;
+
 /* ---- exported functions ------------------------------------------------- */
 
 /* Render family: handles from QuillonRenderCreate; every other function
@@ -158,6 +178,17 @@ QUILLON_STATIC_ASSERT(sizeof(DrawCallBackParam) == 16 && offsetof(DrawCallBackPa
 QUILLON_STATIC_ASSERT(sizeof(EZoomArea) == 32 && offsetof(EZoomArea, bottom) == 24, "EZoomArea");
 QUILLON_STATIC_ASSERT(sizeof(DstRect) == 16 && offsetof(DstRect, bottom) == 12, "DstRect");
 /* overlay layout checks */
+QUILLON_STATIC_ASSERT(sizeof(OverlayPoint) == 8, "OverlayPoint size");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, closed) == 0, "OverlayParam.closed");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, color) == 4, "OverlayParam.color");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, lineWidth) == 8, "OverlayParam.lineWidth");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, pointCount) == 12, "OverlayParam.pointCount");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, points) == 16, "OverlayParam.points");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, text) == 272, "OverlayParam.text");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, spacing) == 400, "OverlayParam.spacing");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, fontType) == 404, "OverlayParam.fontType");
+QUILLON_STATIC_ASSERT(offsetof(OverlayParam, charset) == 408, "OverlayParam.charset");
+QUILLON_STATIC_ASSERT(sizeof(OverlayParam) == 416, "OverlayParam size");
 #endif
 
 #endif /* QUILLON_SDK_H */

@@ -1,0 +1,105 @@
+#pragma once
+// Direct3D 11 renderer on one host window: device, swap chain, back-buffer
+// render target, samplers, Direct2D/DirectWrite overlay target and two banks
+// of render textures (input planes, and one output per conversion shader).
+#include <windows.h>
+#include <d2d1.h>
+#include <d3d11.h>
+#include <dwrite.h>
+#include <dxgi.h>
+#include <wrl/client.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "QuillonSDK.h"
+#include "xop/D3D11RenderTexture.h"
+#include "xop/Renderer.h"
+
+namespace xop {
+
+// Overlay callback: the presented frame record and the host's pointer.
+using DrawCallback = void (*)(const void* frame, void* user);
+
+// Bank indices (inputs by plane role, outputs by conversion shader).
+enum BankIndex : int {
+    kInputBgra = 1, kInputNv12 = 2, kInputY = 3, kInputU = 4, kInputV = 5,
+    kOutputBgra = 1, kOutputI420 = 2, kOutputI420Bt709 = 3, kOutputNv12 = 4, kOutputNv12Bt601 = 5,
+    kOutputSharpen = 6,
+};
+constexpr int kBankSize = 7;
+
+// UTF-8 to the ANSI code page through UTF-16; bytes written or -1.
+int Utf8ToAnsi(const char* utf8, int utf8Length, char* ansi, int ansiSize);
+
+class D3D11Renderer : public Renderer {
+public:
+    D3D11Renderer();
+    ~D3D11Renderer() override;
+
+    bool Init(HWND window) override;
+    void Destroy() override;
+    bool Resize() override;
+    void Render(const FrameImage& frame) override;
+    void SetSharpen(float unsharp) override;
+
+    bool SetWnd(HWND window);
+    bool InitDevice();
+    bool InitDeviceOnly();
+    bool CreateSwapChain();
+    bool CreateRenderer();
+    ID3D11Device* GetDevice() { return m_device; }
+
+    // Frame steps, in this order per picture.
+    bool InitInputTextures(int width, int height, int format);
+    void BeginFrame();
+    void UpdateFrame(const FrameImage& frame);
+    void ApplySharpen();
+    void PresentOutput(const void* frame);
+    void PresentSwapChain();
+
+    // Overlays, drawn into the open Direct2D pass on the back buffer.
+    int32_t InnerOnDrawLine(const OverlayParam* param);
+    int32_t InnerOnDrawText(OverlayParam* param);
+    int32_t InnerOnDrawBlurry(const OverlayParam* param);
+    int32_t GetSwapChainSize(uint32_t* width, uint32_t* height);
+
+protected:
+    std::mutex m_mutex;
+    HWND m_hWnd = nullptr;
+    D3D_DRIVER_TYPE m_driverType = D3D_DRIVER_TYPE_UNKNOWN;
+    D3D_FEATURE_LEVEL m_featureLevel = D3D_FEATURE_LEVEL_11_0;
+    ID3D11Device* m_device = nullptr;
+    IDXGISwapChain* m_swapChain = nullptr;
+    ID3D11DeviceContext* m_context = nullptr;
+    int m_frameFormat = 0;
+    int m_frameWidth = 0;
+    int m_frameHeight = 0;
+    ID3D11RenderTargetView* m_renderTargetView = nullptr;
+    ID3D11SamplerState* m_pointSampler = nullptr;
+    ID3D11SamplerState* m_linearSampler = nullptr;
+    D3D11RenderTexture* m_currentOutput = nullptr;
+    std::unique_ptr<D3D11RenderTexture> m_inputTextures[kBankSize];
+    std::unique_ptr<D3D11RenderTexture> m_outputTextures[kBankSize];
+    float m_unsharp = 0.0f;
+    ID3D11Buffer* m_sharpenParams = nullptr;
+    Microsoft::WRL::ComPtr<ID2D1Factory> m_d2dFactory;
+    Microsoft::WRL::ComPtr<ID2D1RenderTarget> m_d2dRenderTarget;
+    Microsoft::WRL::ComPtr<IDWriteFactory> m_dwriteFactory;
+    DrawCallback m_drawCallback = nullptr;
+    void* m_drawCallbackUser = nullptr;
+    double m_zoomArea[4] = {0.0, 0.0, 1.0, 1.0};  // left, top, right, bottom
+    int32_t m_dstRect[4] = {0, 0, 0, 0};          // left, top, right, bottom
+    bool m_keepWindowOnDestroy = false;
+
+private:
+    bool CreateFactory(IDXGIFactory1** factory);
+    bool CreateDevice(UINT flags, HRESULT* result);
+    bool CreateSwapChainOn(IDXGIFactory1* factory, const RECT& client, HRESULT* result);
+    void ReleaseDevice();
+    void ResetBanks();
+};
+
+}  // namespace xop
