@@ -20,9 +20,6 @@
 
 namespace xop {
 
-// Overlay callback: the presented frame record and the host's pointer.
-using DrawCallback = void (*)(const void* frame, void* user);
-
 // Bank indices (inputs by plane role, outputs by conversion shader).
 enum BankIndex : int {
     kInputBgra = 1, kInputNv12 = 2, kInputY = 3, kInputU = 4, kInputV = 5,
@@ -57,7 +54,7 @@ public:
     void BeginFrame();
     void UpdateFrame(const FrameImage& frame);
     void ApplySharpen();
-    void PresentOutput(const void* frame);
+    void PresentOutput(const ShowFrameData* frame);
     void PresentSwapChain();
 
     // Overlays, drawn into the open Direct2D pass on the back buffer.
@@ -67,7 +64,9 @@ public:
     int32_t GetSwapChainSize(uint32_t* width, uint32_t* height);
 
 protected:
-    std::mutex m_mutex;
+    // Re-entrant: Resize rebuilds through SetWnd, and device-removal recovery
+    // runs Destroy and Init from inside a frame that already holds it.
+    std::recursive_mutex m_mutex;
     HWND m_hWnd = nullptr;
     D3D_DRIVER_TYPE m_driverType = D3D_DRIVER_TYPE_UNKNOWN;
     D3D_FEATURE_LEVEL m_featureLevel = D3D_FEATURE_LEVEL_11_0;
@@ -88,14 +87,14 @@ protected:
     Microsoft::WRL::ComPtr<ID2D1Factory> m_d2dFactory;
     Microsoft::WRL::ComPtr<ID2D1RenderTarget> m_d2dRenderTarget;
     Microsoft::WRL::ComPtr<IDWriteFactory> m_dwriteFactory;
-    DrawCallback m_drawCallback = nullptr;
+    QuillonDrawCallBack m_drawCallback = nullptr;
     void* m_drawCallbackUser = nullptr;
     double m_zoomArea[4] = {0.0, 0.0, 1.0, 1.0};  // left, top, right, bottom
     int32_t m_dstRect[4] = {0, 0, 0, 0};          // left, top, right, bottom
     bool m_keepWindowOnDestroy = false;
 
 private:
-    bool CreateFactory(IDXGIFactory1** factory);
+    HRESULT CreateFactory(IDXGIFactory1** factory);
     bool CreateDevice(UINT flags, HRESULT* result);
     bool CreateSwapChainOn(IDXGIFactory1* factory, const RECT& client, HRESULT* result);
     void ReleaseDevice();
