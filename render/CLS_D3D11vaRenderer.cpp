@@ -1,0 +1,167 @@
+#include "render/CLS_D3D11vaRenderer.h"
+
+#include <cstring>
+
+#include "common/QuillonCommonFun.h"
+
+RECT ZoomSourceRect(int width, int height, const double zoom[4])
+{
+    const int w4 = (width + 3) & ~3;
+    int h4 = (height + 3) & ~3;
+    if (h4 == 1088) h4 = 1080;
+    else if (h4 == 368) h4 = 360;
+    const RECT r = {static_cast<LONG>(zoom[0] * w4), static_cast<LONG>(zoom[1] * h4),
+                    static_cast<LONG>(zoom[2] * w4), static_cast<LONG>(zoom[3] * h4)};
+    return MakeRectEven(r);
+}
+
+CLS_D3D11vaRenderer::~CLS_D3D11vaRenderer()
+{
+    if (m_stagingTexture) {
+        m_stagingTexture->Release();
+        m_stagingTexture = nullptr;
+    }
+}
+
+int32_t CLS_D3D11vaRenderer::ShowDecodedFrame(ShowFrameData* frame)
+{
+    if (!frame) return -1;
+    return frame->texture ? ShowTexture(frame) : ShowPlanes(frame);
+}
+
+int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* frame)
+{
+    std::lock_guard<decltype(m_mutex)> lock(m_mutex);
+    if (!m_context || !frame->texture) return -1;
+    ID3D11Texture2D* source = static_cast<ID3D11Texture2D*>(frame->texture);
+    D3D11_TEXTURE2D_DESC sourceDesc = {};
+    source->GetDesc(&sourceDesc);
+
+    const RECT crop = ZoomSourceRect(frame->width, frame->height, m_zoomArea);
+    const D3D11_BOX box = {static_cast<UINT>(crop.left), static_cast<UINT>(crop.top), 0,
+                           static_cast<UINT>(crop.right), static_cast<UINT>(crop.bottom), 1};
+    const int cropW = crop.right - crop.left;
+    const int cropH = crop.bottom - crop.top;
+    if (m_frameFormat != xop::kFrameNv12 || m_frameWidth != cropW || m_frameHeight != cropH) {
+        if (!InitInputTextures(cropW, cropH, xop::kFrameNv12)) return -1;
+    }
+    xop::D3D11RenderTexture* input = m_inputTextures[xop::kInputNv12].get();
+    // No NV12 input texture (a refused size or a device without NV12
+    // shader views): nothing to copy into.
+    if (!input || !input->GetTexture()) return -1;
+
+    BeginFrame();
+    m_context->CopySubresourceRegion(input->GetTexture(), 0, 0, 0, 0, source, frame->arraySlice, &box);
+    if (xop::D3D11RenderTexture* output = m_outputTextures[xop::kOutputNv12].get()) {
+        static const double kWholePicture[4] = {0.0, 0.0, 1.0, 1.0};
+        output->Begin(m_dstRect, kWholePicture);
+        output->SetShaderResource(0, input->GetLumaView());
+        output->SetShaderResource(1, input->GetChromaView());
+        output->SetSampler(0, m_linearSampler);
+        output->SetSampler(1, m_pointSampler);
+        output->Draw();
+        output->End();
+        output->SetShaderResource(0, nullptr);
+        output->SetShaderResource(1, nullptr);
+        m_currentOutput = output;
+    }
+    Finish(frame);
+    return 0;
+}
+
+int32_t CLS_D3D11vaRenderer::ShowPlanes(const ShowFrameData* frame)
+{
+    std::lock_guard<decltype(m_mutex)> lock(m_mutex);
+    if (!m_context || !frame->data) return -1;
+    const int32_t w = frame->width;
+    const int32_t h = frame->height;
+    if (m_frameFormat != xop::kFrameI420 || m_frameWidth != w || m_frameHeight != h) {
+        if (!InitInputTextures(w, h, xop::kFrameI420)) return -1;
+    }
+    BeginFrame();
+
+    // The chroma planes sit at w*h and 5*w*h/4 whatever the Y line size:
+    // a host that pads its Y rows still packs U and V after w*h bytes.
+    const int32_t line = frame->lineSize ? frame->lineSize : w;
+    const int32_t lumaBytes = static_cast<int32_t>(static_cast<uint32_t>(w) * static_cast<uint32_t>(h));
+    const int32_t vOffset = static_cast<int32_t>(static_cast<uint32_t>(lumaBytes) * 5u) / 4;
+    xop::FrameImage image;
+    image.width = w;
+    image.height = h;
+    image.linesize[0] = line;
+    image.linesize[1] = line / 2;
+    image.linesize[2] = line / 2;
+    image.data[0] = frame->data;
+    image.data[1] = frame->data + lumaBytes;
+    image.data[2] = frame->data + vOffset;
+    image.format = xop::kFrameI420;
+    UpdateFrame(image);
+    Finish(frame);
+    return 0;
+}
+
+void CLS_D3D11vaRenderer::Finish(const ShowFrameData* frame)
+{
+    ApplySharpen();
+    PresentOutput(frame);
+    PresentSwapChain();
+}
+
+int32_t CLS_D3D11vaRenderer::Texture2DToNV12(ID3D11Texture2D* source, uint32_t arraySlice, uint32_t width,
+                                             uint32_t height, void** data, uint32_t* rowPitch)
+{
+    if (!m_context || !source || !data || !rowPitch) return -1;
+    if (!m_stagingTexture && m_device) {
+        // Made once: the first read-back's size stays for the renderer's life.
+        D3D11_TEXTURE2D_DESC desc = {};
+        desc.Width = (width + 15) & ~15u;
+        desc.Height = (height + 15) & ~15u;
+        desc.MipLevels = 1;
+        desc.ArraySize = 1;
+        desc.Format = DXGI_FORMAT_NV12;
+        desc.SampleDesc.Count = 1;
+        desc.Usage = D3D11_USAGE_STAGING;
+        desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+        m_device->CreateTexture2D(&desc, nullptr, &m_stagingTexture);
+    }
+    if (!m_stagingTexture) return -1;
+    D3D11_TEXTURE2D_DESC sourceDesc = {};
+    source->GetDesc(&sourceDesc);
+    m_context->CopySubresourceRegion(m_stagingTexture, 0, 0, 0, 0, source, arraySlice, nullptr);
+    D3D11_MAPPED_SUBRESOURCE mapped = {};
+    m_context->Map(m_stagingTexture, 0, D3D11_MAP_READ, 0, &mapped);
+    *data = mapped.pData;
+    *rowPitch = mapped.RowPitch;
+    m_context->Unmap(m_stagingTexture, 0);
+    return 0;
+}
+
+DrawCallBackParam CLS_D3D11vaRenderer::GetDrawCallBack() const
+{
+    DrawCallBackParam param;
+    param.callback = reinterpret_cast<QuillonDrawCallBack>(m_drawCallback);
+    param.user = m_drawCallbackUser;
+    return param;
+}
+
+void CLS_D3D11vaRenderer::SetDrawCallBack(const DrawCallBackParam& param)
+{
+    m_drawCallback = reinterpret_cast<decltype(m_drawCallback)>(param.callback);
+    m_drawCallbackUser = param.user;
+}
+
+void CLS_D3D11vaRenderer::SetZoomArea(const EZoomArea& area)
+{
+    m_zoomArea[0] = area.left;
+    m_zoomArea[1] = area.top;
+    m_zoomArea[2] = area.right;
+    m_zoomArea[3] = area.bottom;
+}
+
+void CLS_D3D11vaRenderer::SetDstRect(const DstRect& rect)
+{
+    m_dstRect[0] = rect.left;
+    m_dstRect[1] = rect.top;
+    m_dstRect[2] = rect.right;
+    m_dstRect[3] = rect.bottom;
+}

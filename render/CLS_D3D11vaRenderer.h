@@ -1,0 +1,43 @@
+#pragma once
+// The renderer a render object owns: shows one picture described by a
+// ShowFrameData, either a slice of a decoder texture array (hardware path,
+// cropped by the electronic zoom on the GPU) or I420 planes in memory
+// (CPU-data path), and reads one slice of a decoder texture back as NV12.
+#include <cstdint>
+
+#include "QuillonSDK.h"
+#include "xop/D3D11Renderer.h"
+
+// Source rectangle of the electronic zoom on a decoded picture of
+// width x height: the size rounded up to a multiple of 4 (a height of 1088
+// read as 1080 and 368 as 360, the lines a decoder pads), each zoom fraction
+// times that size truncated toward zero, then every coordinate made even.
+RECT ZoomSourceRect(int width, int height, const double zoom[4]);
+
+class CLS_D3D11vaRenderer : public xop::D3D11Renderer {
+public:
+    CLS_D3D11vaRenderer() = default;
+    ~CLS_D3D11vaRenderer() override;
+
+    // 0 when the picture was presented, -1 otherwise.
+    virtual int32_t ShowDecodedFrame(ShowFrameData* frame);
+    // Copies slice `arraySlice` of `source` into a staging texture made at the
+    // first call's size (kept for the renderer's life) and hands out its
+    // mapped memory and row pitch. 0, or -1 for a missing argument or device.
+    virtual int32_t Texture2DToNV12(ID3D11Texture2D* source, uint32_t arraySlice, uint32_t width, uint32_t height,
+                                    void** data, uint32_t* rowPitch);
+
+    // Settings of the configuration commands; they take no lock and apply
+    // from the next picture on.
+    DrawCallBackParam GetDrawCallBack() const;
+    void SetDrawCallBack(const DrawCallBackParam& param);
+    void SetZoomArea(const EZoomArea& area);
+    void SetDstRect(const DstRect& rect);
+
+private:
+    int32_t ShowTexture(const ShowFrameData* frame);
+    int32_t ShowPlanes(const ShowFrameData* frame);
+    void Finish(const ShowFrameData* frame);
+
+    ID3D11Texture2D* m_stagingTexture = nullptr;
+};
