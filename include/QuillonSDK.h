@@ -31,6 +31,66 @@ typedef void* QuillonRenderHandle;
 
 /* ---- decoder records ---------------------------------------------------- */
 
+/* Decoder result codes (besides 0 and -1). */
+#define QUILLON_ERR_NULL_POINTER (-404)   /* a required record or buffer pointer is NULL */
+#define QUILLON_ERR_VIDEO_MODE (-428)     /* CreateNeed.VideoMode is not one of the values below */
+
+/* CreateNeed.VideoMode */
+#define QUILLON_VIDEO_H264 21
+#define QUILLON_VIDEO_H264_ALT 22         /* also H.264 */
+#define QUILLON_VIDEO_H265 23
+
+/* QuillonDecoderInitial: picture size, video type and the device to decode
+ * on. `deviceSlot` points at a slot holding an ID3D11Device* (for instance the
+ * one QuillonRenderInitDevice wrote back) or NULL for a device of the
+ * decoder's own; the slot address itself must not be NULL. */
+typedef struct CreateNeed {
+    int iWidth;                   /* 0 */
+    int iHeight;                  /* 4 */
+    int VideoMode;                /* 8 */
+    unsigned char reserved[20];   /* 12: the host's, not read */
+    void** deviceSlot;            /* 32 */
+} CreateNeed;                     /* 40 bytes */
+
+typedef struct CreateNeedExtern {
+    unsigned char reserved[16];   /* 0: the host's, not read */
+    void* userContext;            /* 16: kept by the decoder, never used */
+} CreateNeedExtern;               /* 24 bytes */
+
+/* The 32-byte header in front of every compressed frame handed to
+ * QuillonDecoderDecodeOneFrame; `payloadLength` bytes of bitstream follow. */
+typedef struct FrameHead {
+    unsigned char reserved0[16];  /* 0 */
+    unsigned int timestamp;       /* 16: becomes the picture's timestamp */
+    unsigned int payloadLength;   /* 20 */
+    unsigned char reserved1[8];   /* 24 */
+} FrameHead;                      /* 32 bytes */
+
+/* Output of QuillonDecoderDecodeOneFrame. Only width, height and timestamp
+ * are written (and only when a picture came out and surfaceRecordSize > 0);
+ * every other byte is left as the host set it. */
+typedef struct DecOut {
+    unsigned char reserved0[12];  /* 0 */
+    int width;                    /* 12 */
+    int height;                   /* 16 */
+    unsigned char reserved1[16];  /* 20 */
+    int timestamp;                /* 36: low 32 bits of the frame's FrameHead.timestamp */
+    unsigned char reserved2[804]; /* 40 */
+    int surfaceRecordSize;        /* 844: bytes at surfaceRecord (read only) */
+    void* surfaceRecord;          /* 848: the host's SurfaceRecord (read only) */
+} DecOut;                         /* 856 bytes */
+
+/* Where a decoded picture lies: one slice of an NV12 texture array on the
+ * decoder's device. Only the first min(surfaceRecordSize, 136) bytes are
+ * written; the reserved bytes keep the host's values. The texture carries
+ * no reference for the host and may be reused from the next decode on. */
+typedef struct SurfaceRecord {
+    void* texture;                /* 0: ID3D11Texture2D* */
+    unsigned char reserved0[120]; /* 8 */
+    unsigned int sliceIndex;      /* 128: index in the texture array */
+    unsigned char reserved1[4];   /* 132 */
+} SurfaceRecord;                  /* 136 bytes */
+
 /* ---- render records ----------------------------------------------------- */
 
 /* QuillonRenderInitDevice: the window to draw into (NULL: a device without a
@@ -140,6 +200,22 @@ typedef struct OverlayParam {
 
 /* ---- exported functions ------------------------------------------------- */
 
+/* Start-up and clean-up, reference counted: call QuillonStartup first and
+ * QuillonCleanup once per QuillonStartup. QuillonStartup returns -1 when
+ * Velmor.dll is missing beside the library; QuillonCleanup always 0. */
+QUILLON_API int QUILLON_CALL QuillonStartup(void);
+QUILLON_API int QUILLON_CALL QuillonCleanup(void);
+
+/* Decoder family: handles from QuillonDecoderCreate stay valid for the life
+ * of the process (release frees the decoder's resources, a later Initial
+ * sets it up again); every other function returns -1 for an unknown handle. */
+QUILLON_API QuillonDecoderHandle QUILLON_CALL QuillonDecoderCreate(void* reserved, unsigned int reservedSize);
+QUILLON_API int QUILLON_CALL QuillonDecoderInitial(QuillonDecoderHandle handle, CreateNeed* createNeed,
+                                                   CreateNeedExtern* createNeedExtern);
+QUILLON_API int QUILLON_CALL QuillonDecoderDecodeOneFrame(QuillonDecoderHandle handle, unsigned char* frameData,
+                                                          unsigned int length, DecOut* decOut);
+QUILLON_API int QUILLON_CALL QuillonDecoderRelease(QuillonDecoderHandle handle);
+
 /* Render family: handles from QuillonRenderCreate; every other function
  * returns -1 for an unknown handle. */
 QUILLON_API QuillonRenderHandle QUILLON_CALL QuillonRenderCreate(void* reserved, unsigned int reservedSize);
@@ -165,6 +241,15 @@ QUILLON_API int QUILLON_CALL QuillonRenderRelease(QuillonRenderHandle handle);
 #ifdef QUILLON_STATIC_ASSERT
 #include <stddef.h>
 /* decoder layout checks */
+QUILLON_STATIC_ASSERT(sizeof(CreateNeed) == 40 && offsetof(CreateNeed, VideoMode) == 8, "CreateNeed");
+QUILLON_STATIC_ASSERT(offsetof(CreateNeed, deviceSlot) == 32, "CreateNeed.deviceSlot");
+QUILLON_STATIC_ASSERT(sizeof(CreateNeedExtern) == 24 && offsetof(CreateNeedExtern, userContext) == 16, "CreateNeedExtern");
+QUILLON_STATIC_ASSERT(sizeof(FrameHead) == 32 && offsetof(FrameHead, timestamp) == 16, "FrameHead");
+QUILLON_STATIC_ASSERT(offsetof(FrameHead, payloadLength) == 20, "FrameHead.payloadLength");
+QUILLON_STATIC_ASSERT(offsetof(DecOut, width) == 12 && offsetof(DecOut, height) == 16, "DecOut size fields");
+QUILLON_STATIC_ASSERT(offsetof(DecOut, timestamp) == 36 && offsetof(DecOut, surfaceRecordSize) == 844, "DecOut");
+QUILLON_STATIC_ASSERT(offsetof(DecOut, surfaceRecord) == 848 && sizeof(DecOut) == 856, "DecOut.surfaceRecord");
+QUILLON_STATIC_ASSERT(sizeof(SurfaceRecord) == 136 && offsetof(SurfaceRecord, sliceIndex) == 128, "SurfaceRecord");
 /* render layout checks */
 QUILLON_STATIC_ASSERT(sizeof(RenderInitParam) == 72 && offsetof(RenderInitParam, device) == 24, "RenderInitParam");
 QUILLON_STATIC_ASSERT(sizeof(DrawInfo) == 8, "DrawInfo");

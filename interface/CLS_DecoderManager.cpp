@@ -1,0 +1,54 @@
+#include "interface/CLS_DecoderManager.h"
+
+#include <new>
+
+#include "core/core_api.h"
+
+CLS_DecoderManager& CLS_DecoderManager::GetInstance()
+{
+    static CLS_DecoderManager instance;
+    return instance;
+}
+
+void* CLS_DecoderManager::Create(void* /*_pReserved*/, unsigned int /*_uiReserved*/)
+{
+    CLS_D3D11vaDecoder* pDecoder = new (std::nothrow) CLS_D3D11vaDecoder();
+    if (pDecoder) {
+        m_setHandles.insert(pDecoder);
+    }
+    return pDecoder;
+}
+
+bool CLS_DecoderManager::IsHandleValid(void* _pHandle) const
+{
+    return _pHandle && m_setHandles.count(_pHandle) != 0;
+}
+
+int CLS_DecoderManager::Initial(void* _pHandle, CreateNeed* _ptCreateNeed, CreateNeedExtern* _ptCreateNeedExtern)
+{
+    if (!IsHandleValid(_pHandle)) {
+        QUILLON_LOG_ERROR("CLS_DecoderManager::Initial", 65, "IsHandleValid faild!");
+        return -1;
+    }
+    return static_cast<CLS_D3D11vaDecoder*>(_pHandle)->Initial(_ptCreateNeed, _ptCreateNeedExtern);
+}
+
+int CLS_DecoderManager::DecodeOneFrame(void* _pHandle, unsigned char* _pucFrameData, unsigned int _uiLength,
+                                       DecOut* _ptDecOut)
+{
+    if (!IsHandleValid(_pHandle)) {
+        QUILLON_LOG_ERROR("CLS_DecoderManager::DecodeOneFrame", 77, "IsHandleValid faild!");
+        return -1;
+    }
+    return static_cast<CLS_D3D11vaDecoder*>(_pHandle)->DecodeOneFrame(_pucFrameData, _uiLength, _ptDecOut);
+}
+
+int CLS_DecoderManager::Release(void* _pHandle)
+{
+    if (!IsHandleValid(_pHandle)) {
+        QUILLON_LOG_ERROR("CLS_DecoderManager::Release", 89, "IsHandleValid faild!");
+        return -1;
+    }
+    static_cast<CLS_D3D11vaDecoder*>(_pHandle)->ReleaseResources();  // the handle stays registered
+    return 0;
+}
