@@ -20,21 +20,11 @@ const char* const kSetWnd = "xop::D3D11Renderer::SetWnd";
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
-// Copies `rows` rows of a plane into mapped memory: per row the smaller of
-// the line size and the row pitch; source by line size, destination by pitch.
-void CopyRows(uint8_t* dst, UINT pitch, const uint8_t* src, int linesize, int rows) {
-    if (!dst || !src || linesize <= 0) return;
-    const size_t bytes = static_cast<size_t>(linesize) < pitch ? static_cast<size_t>(linesize) : pitch;
-    for (int row = 0; row < rows; ++row) {
-        memcpy(dst + static_cast<size_t>(row) * pitch, src + static_cast<size_t>(row) * linesize, bytes);
-    }
-}
-
 void UploadPlane(ID3D11DeviceContext* context, ID3D11Texture2D* texture, const uint8_t* src, int linesize,
                  int rows) {
     D3D11_MAPPED_SUBRESOURCE mapped = {};
     if (SUCCEEDED(context->Map(texture, 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped))) {
-        CopyRows(static_cast<uint8_t*>(mapped.pData), mapped.RowPitch, src, linesize, rows);
+        CopyPlaneRows(static_cast<uint8_t*>(mapped.pData), mapped.RowPitch, src, linesize, rows);
     }
     context->Unmap(texture, 0);
 }
@@ -60,6 +50,21 @@ DXGI_SWAP_CHAIN_DESC SwapChainDesc(HWND window, const RECT& client) {
 }
 
 }  // namespace
+
+void CopyPlaneRows(uint8_t* dst, UINT pitch, const uint8_t* src, int linesize, int rows) {
+    if (!dst || !src || linesize <= 0) return;
+    const size_t bytes = static_cast<size_t>(linesize) < pitch ? static_cast<size_t>(linesize) : pitch;
+    for (int row = 0; row < rows; ++row) {
+        memcpy(dst + static_cast<size_t>(row) * pitch, src + static_cast<size_t>(row) * linesize, bytes);
+    }
+}
+
+void CopyNv12Rows(uint8_t* dst, UINT pitch, const FrameImage& frame) {
+    if (!dst || frame.height <= 0) return;
+    CopyPlaneRows(dst, pitch, frame.data[0], frame.linesize[0], frame.height);
+    CopyPlaneRows(dst + static_cast<size_t>(frame.height) * pitch, pitch, frame.data[1], frame.linesize[1],
+                  (frame.height + 1) / 2);
+}
 
 D3D11Renderer::D3D11Renderer() = default;
 
@@ -440,12 +445,7 @@ void D3D11Renderer::UpdateFrame(const FrameImage& frame) {
             ID3D11Texture2D* texture = m_inputTextures[kInputNv12]->GetTexture();
             D3D11_MAPPED_SUBRESOURCE mapped = {};
             if (SUCCEEDED(m_context->Map(texture, 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped))) {
-                uint8_t* dst = static_cast<uint8_t*>(mapped.pData);
-                CopyRows(dst, mapped.RowPitch, frame.data[0], frame.linesize[0], rows);
-                if (dst && rows > 0) {
-                    CopyRows(dst + static_cast<size_t>(rows) * mapped.RowPitch, mapped.RowPitch, frame.data[1],
-                             frame.linesize[1], chromaRows);
-                }
+                CopyNv12Rows(static_cast<uint8_t*>(mapped.pData), mapped.RowPitch, frame);
             }
             m_context->Unmap(texture, 0);
             output = kOutputNv12;

@@ -28,6 +28,14 @@ enum BankIndex : int {
 };
 constexpr int kBankSize = 7;
 
+// Plane upload into mapped memory: `rows` rows, each the smaller of the line
+// size and the row pitch; source advances by the line size, destination by
+// the pitch. Padding bytes of the destination are left as they are.
+void CopyPlaneRows(uint8_t* dst, UINT pitch, const uint8_t* src, int linesize, int rows);
+// NV12 in one mapping: height luma rows, then (height+1)/2 chroma rows
+// starting right after the last luma row.
+void CopyNv12Rows(uint8_t* dst, UINT pitch, const FrameImage& frame);
+
 // UTF-8 to the ANSI code page through UTF-16; bytes written or -1.
 int Utf8ToAnsi(const char* utf8, int utf8Length, char* ansi, int ansiSize);
 
