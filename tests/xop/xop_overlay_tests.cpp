@@ -1,1 +1,201 @@
+// Overlays drawn from inside the Direct2D pass of a presented frame, checked
+// on screen: lines, closed polylines, the scan-line hatch, text; and the
+// UTF-8 to ANSI conversion the text path uses.
+#include <gtest/gtest.h>
 
+#include <cstring>
+#include <functional>
+
+#include "testkit/testkit.h"
+#include "xop_testutil.h"
+
+using xoptest::DebugCapture;
+using xoptest::ShowsColour;
+using xoptest::TestRenderer;
+
+namespace {
+
+constexpr int W = 160, H = 120;
+
+struct Pass {
+    TestRenderer* renderer;
+    std::function<void(TestRenderer&)> draw;
+};
+
+void OnDraw(ShowFrameData*, void* user) {
+    Pass* pass = static_cast<Pass*>(user);
+    pass->draw(*pass->renderer);
+}
+
+// One black frame with `draw` run inside its overlay pass, presented.
+void PresentWithOverlays(TestRenderer& r, std::function<void(TestRenderer&)> draw) {
+    Pass pass{&r, std::move(draw)};
+    r.m_drawCallback = OnDraw;
+    r.m_drawCallbackUser = &pass;
+    ShowFrameData record = {};
+    r.BeginFrame();
+    r.PresentOutput(&record);
+    r.PresentSwapChain();
+    r.m_drawCallback = nullptr;
+    r.m_drawCallbackUser = nullptr;
+}
+
+OverlayParam Polygon(std::initializer_list<POINT> points, uint32_t color, int width) {
+    OverlayParam p = {};
+    p.color = color;
+    p.lineWidth = width;
+    for (POINT pt : points) {
+        p.points[p.pointCount].x = pt.x;
+        p.points[p.pointCount].y = pt.y;
+        ++p.pointCount;
+    }
+    return p;
+}
+
+bool IsBlack(COLORREF c) { return testkit::Near(c, 0, 0, 0, 8); }
+
+class Overlay : public testing::Test {
+protected:
+    void SetUp() override {
+        static int slot = 0;
+        const int x = 20 + 180 * (slot % 5), y = 600 + 150 * (slot / 5);
+        ++slot;
+        m_window = testkit::CreateTestWindow(x, y, W, H);
+        ASSERT_TRUE(m_renderer.Init(m_window));
+        ASSERT_TRUE(m_renderer.m_d2dRenderTarget);
+    }
+    void TearDown() override {
+        m_renderer.Destroy();
+        DestroyWindow(m_window);
+    }
+    // Waits for a known pixel of the new frame, then reads `x`, `y`.
+    COLORREF At(int x, int y) { return testkit::ClientPixel(m_window, x, y); }
+
+    HWND m_window = nullptr;
+    TestRenderer m_renderer;
+};
+
+}  // namespace
+
+TEST_F(Overlay, LinesTakeColourAndWidth) {
+    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+        OverlayParam red = Polygon({{10, 20}, {150, 20}}, 0xAB0000FFu, 4);  // top byte ignored
+        EXPECT_EQ(0, r.InnerOnDrawLine(&red));
+        OverlayParam green = Polygon({{10, 60}, {150, 60}}, 0x0000FF00u, 0);  // width 0 draws 2.0
+        EXPECT_EQ(0, r.InnerOnDrawLine(&green));
+    });
+    ASSERT_TRUE(ShowsColour(m_window, 80, 20, 255, 0, 0, 2));
+    EXPECT_TRUE(testkit::Near(At(80, 18), 255, 0, 0, 2));
+    EXPECT_TRUE(testkit::Near(At(80, 21), 255, 0, 0, 2));
+    EXPECT_TRUE(IsBlack(At(80, 24)));
+    EXPECT_TRUE(IsBlack(At(80, 16)));
+    EXPECT_TRUE(testkit::Near(At(80, 59), 0, 255, 0, 2));
+    EXPECT_TRUE(testkit::Near(At(80, 60), 0, 255, 0, 2));
+    EXPECT_TRUE(IsBlack(At(80, 62)));
+    EXPECT_TRUE(IsBlack(At(80, 57)));
+}
+
+TEST_F(Overlay, ClosedPolylineAddsTheClosingSegment) {
+    for (int closed : {1, 0}) {
+        SCOPED_TRACE(closed);
+        PresentWithOverlays(m_renderer, [closed](TestRenderer& r) {
+            OverlayParam tri = Polygon({{20, 100}, {80, 40}, {140, 100}}, 0x00FF0000u, 2);
+            tri.closed = closed;
+            EXPECT_EQ(0, r.InnerOnDrawLine(&tri));
+        });
+        ASSERT_TRUE(ShowsColour(m_window, 50, 70, 0, 0, 255, 100));  // on the first slanted side
+        if (closed) {
+            EXPECT_TRUE(ShowsColour(m_window, 80, 100, 0, 0, 255, 2));
+        } else {
+            EXPECT_TRUE(ShowsColour(m_window, 80, 100, 0, 0, 0, 8));
+        }
+    }
+}
+
+TEST_F(Overlay, HatchDrawsScanLinesInsideTheSquare) {
+    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+        OverlayParam square = Polygon({{10, 10}, {110, 10}, {110, 110}, {10, 110}}, 0x00FFFFFFu, 1);
+        square.spacing = 0.0f;
+        EXPECT_EQ(0, r.InnerOnDrawBlurry(&square));
+    });
+    ASSERT_TRUE(ShowsColour(m_window, 60, 10, 255, 255, 255, 2));
+    std::vector<int> rows;
+    for (int y = 0; y < H; ++y) {
+        if (!IsBlack(At(60, y))) rows.push_back(y);
+    }
+    EXPECT_EQ((std::vector<int>{10, 20, 30, 40, 50, 60, 70, 80, 90, 100}), rows);
+    EXPECT_TRUE(testkit::Near(At(11, 50), 255, 255, 255, 2));
+    EXPECT_TRUE(testkit::Near(At(108, 50), 255, 255, 255, 2));
+    EXPECT_TRUE(IsBlack(At(8, 50)));
+    EXPECT_TRUE(IsBlack(At(112, 50)));
+}
+
+TEST_F(Overlay, HatchSpacingNotAboveTheStrokeCoversSolidly) {
+    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+        OverlayParam square = Polygon({{20, 20}, {100, 20}, {100, 100}, {20, 100}}, 0x0000FFFFu, 2);
+        square.spacing = 2.0f;
+        EXPECT_EQ(0, r.InnerOnDrawBlurry(&square));
+        OverlayParam flat = Polygon({{120, 0}, {150, 0}, {135, 0}}, 0x00FFFFFFu, 2);  // all y 0: nothing
+        EXPECT_EQ(0, r.InnerOnDrawBlurry(&flat));
+    });
+    ASSERT_TRUE(ShowsColour(m_window, 60, 60, 255, 255, 0, 2));
+    for (int y = 22; y < 98; ++y) EXPECT_TRUE(testkit::Near(At(60, y), 255, 255, 0, 2)) << y;
+    for (int x = 118; x < 152; x += 4) EXPECT_TRUE(IsBlack(At(x, 0))) << x;
+}
+
+TEST_F(Overlay, TextStaysInsideItsLayoutBox) {
+    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+        OverlayParam text = Polygon({{20, 30}, {150, 90}}, 0x00FFFFFFu, 40);
+        strcpy(text.text, "HH");
+        EXPECT_EQ(0, r.InnerOnDrawText(&text));
+        OverlayParam empty = text;
+        empty.text[0] = '\0';
+        EXPECT_EQ(0, r.InnerOnDrawText(&empty));
+    });
+    int inside = 0, outside = 0;
+    testkit::WaitForClientPixel(m_window, 0, 0, [](COLORREF) { return true; }, 300);
+    Sleep(300);
+    for (int y = 0; y < H; y += 2) {
+        for (int x = 0; x < W; x += 2) {
+            const bool lit = !IsBlack(At(x, y));
+            if (x >= 20 && x < 150 && y >= 30 && y < 90) inside += lit;
+            else outside += lit;
+        }
+    }
+    EXPECT_GT(inside, 40);
+    EXPECT_EQ(0, outside);
+}
+
+TEST_F(Overlay, Utf8TextIsConvertedThroughTheAnsiCodePage) {
+    if (GetACP() != 1252) GTEST_SKIP() << "ANSI code page " << GetACP();
+    char ansi[16];
+    memset(ansi, 0x55, sizeof(ansi));
+    EXPECT_EQ(4, xop::Utf8ToAnsi("caf\xc3\xa9", 5, ansi, sizeof(ansi)));
+    EXPECT_EQ(0, memcmp(ansi, "caf\xe9\0\0", 6));
+    EXPECT_EQ(1, xop::Utf8ToAnsi("\xe4\xb8\xad", 3, ansi, sizeof(ansi)));  // not in the code page
+    EXPECT_EQ('?', ansi[0]);
+    EXPECT_EQ(-1, xop::Utf8ToAnsi(nullptr, 3, ansi, sizeof(ansi)));
+    EXPECT_EQ(-1, xop::Utf8ToAnsi("x", 1, nullptr, 4));
+    DebugCapture debug;
+    EXPECT_EQ(-1, xop::Utf8ToAnsi("abc", 0, ansi, sizeof(ansi)));
+    EXPECT_EQ(std::vector<std::string>{"[Utf8ToAnsi:1137] [code_convert] convert charset UTF-8 to ANSI failed! "
+                                       "error(87),data() \n"},
+              debug.Take());
+
+    OverlayParam text = Polygon({{10, 10}, {150, 60}}, 0x00FFFFFFu, 20);
+    strcpy(text.text, "caf\xc3\xa9");
+    text.charset = 2;
+    PresentWithOverlays(m_renderer, [&text](TestRenderer& r) { EXPECT_EQ(0, r.InnerOnDrawText(&text)); });
+    EXPECT_STREQ("caf\xe9", text.text);
+}
+
+TEST(OverlayWithoutTarget, EveryDrawingReportsMinusOne) {
+    TestRenderer r;
+    OverlayParam p = {};
+    p.pointCount = 2;
+    strcpy(p.text, "x");
+    EXPECT_EQ(-1, r.InnerOnDrawLine(&p));
+    EXPECT_EQ(-1, r.InnerOnDrawText(&p));
+    EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
+    EXPECT_STREQ("x", p.text);
+}
