@@ -142,6 +142,7 @@ protected:
     {
         static StagedDir dir("ffmpeg_real");
         dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll").Add("ffmpeg-7.dll");
+        s_dir = dir.Path();
         s_sdk = dir.Load("QuillonSDK.dll");
         ASSERT_NE(s_sdk, nullptr);
         ASSERT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
@@ -152,8 +153,10 @@ protected:
         TakeVelmorCalls();
     }
     static HMODULE s_sdk;
+    static std::string s_dir;
 };
 HMODULE RealFfmpeg::s_sdk = nullptr;
+std::string RealFfmpeg::s_dir;
 
 TEST_F(RealFfmpeg, EmptyNameLoadsNothing)
 {
@@ -235,6 +238,30 @@ TEST_F(RealFfmpeg, EachSeparateLoadBindsOnlyItsOwnGroup)
     }
     ff_unload_ffmpeg_libs();
     ClearSlots();
+}
+
+TEST_F(RealFfmpeg, SwscaleSecondAttemptLoadsWithoutBinding)
+{
+    // Staged as the only module: the one-module layout is not loaded yet.
+    static StagedDir dir("swscale_retry");
+    dir.Add("QuillonSDK.dll").Add("FfTestSwscale.dll", "swscale-8.dll");
+    dir.Write("FfTestDependency.dll", testkit::ReadFile(testkit::BinDir() + "..\\sibling\\FfTestDependency.dll"));
+    FreeLibrary(s_sdk);
+    HMODULE sdk = dir.Load("QuillonSDK.dll");
+    ASSERT_NE(sdk, nullptr);
+    EXPECT_EQ(ff_load_swscale_lib("swscale-8.dll", "QuillonSDK.dll"), 0);
+    EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "sdk_log_msg(load ffmpeg swscale lib swscale-8.dll fail!)",
+                                        "sdk_log_get_level", "sdk_log_msg(load ffmpeg lib swscale-8.dll success!)"}));
+    EXPECT_NE(GetModuleHandleA("swscale-8.dll"), nullptr);
+    EXPECT_TRUE(Bound().empty());
+    StderrCapture err;
+    EXPECT_EQ(ff_sws_getContext(1, 1, AV_PIX_FMT_NV12, 1, 1, AV_PIX_FMT_NV12, 0, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(err.Take(), Report("sws_getContext"));
+    ff_unload_ffmpeg_libs();
+    EXPECT_EQ(GetModuleHandleA("swscale-8.dll"), nullptr);
+    FreeLibrary(sdk);
+    s_sdk = LoadLibraryA((s_dir + "QuillonSDK.dll").c_str());
+    ASSERT_NE(s_sdk, nullptr);
 }
 
 TEST_F(RealFfmpeg, OneModuleBindsEveryNameFfmpeg7Exports)
