@@ -5,6 +5,8 @@
 
 #include <d3d10.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "testkit/testkit.h"
@@ -392,4 +394,36 @@ TEST(Lifecycle, DestroyRepaintsUnlessThePictureIsKept) {
             EXPECT_TRUE(ShowsColour(hwnd, W / 2, H / 2, 0, 0, 0, 2));
         }
     }
+}
+
+TEST(Conversion, SecondPlanarVariantConvertsWithBt709) {
+    TestWindow window(200, 400);
+    TestRenderer r;
+    ASSERT_TRUE(r.Init(window.hwnd));
+    const int y = 100, u = 90, v = 200;
+    xoptest::Picture p = SolidYuv(xop::kFrameI420, W, H, y, u, v);
+    r.InitInputTextures(W, H, xop::kFrameI420);
+    r.UpdateFrame(p.image);  // uploads the planes (and converts with BT.601 into output 2)
+    const uint32_t bt601 = OutputTexel(r, 10, 10);
+    xop::D3D11RenderTexture* out = r.m_outputTextures[xop::kOutputI420Bt709].get();
+    const int whole[4] = {0, 0, 0, 0};
+    const double full[4] = {0.0, 0.0, 1.0, 1.0};
+    out->Begin(whole, full);
+    for (int i = 0; i < 3; ++i) out->SetShaderResource(i, r.m_inputTextures[xop::kInputY + i]->GetShaderResourceView());
+    out->SetSampler(0, r.m_linearSampler);
+    out->Draw();
+    out->End();
+    r.m_currentOutput = out;
+    const uint32_t bt709 = OutputTexel(r, 10, 10);
+    const double yy = (y - 16) / 255.0, uu = (u - 128) / 255.0, vv = (v - 128) / 255.0;
+    auto to8 = [](double c) { return static_cast<int>(std::lround(std::min(1.0, std::max(0.0, c)) * 255.0)); };
+    EXPECT_NEAR(to8(1.1644 * yy + 1.7927 * vv), Channel(bt709, 16), 2);
+    EXPECT_NEAR(to8(1.1644 * yy - 0.2132 * uu - 0.5329 * vv), Channel(bt709, 8), 2);
+    EXPECT_NEAR(to8(1.1644 * yy + 2.1124 * uu), Channel(bt709, 0), 2);
+    int rgb[3];
+    xoptest::Bt601(y, u, v, rgb);
+    EXPECT_NEAR(rgb[0], Channel(bt601, 16), 2);
+    EXPECT_NEAR(rgb[1], Channel(bt601, 8), 2);
+    EXPECT_NEAR(rgb[2], Channel(bt601, 0), 2);
+    EXPECT_NE(Channel(bt601, 8), Channel(bt709, 8));
 }

@@ -1,12 +1,2 @@
-#include "PixelInput.hlsli"
-#include "YuvToRgb.hlsli"
-
-Texture2D<float4> YTexture : register(t0);
-Texture2D<float4> UVTexture : register(t1);
-
-float4 main(PSInput input) : SV_TARGET
-{
-    float y = YTexture.Sample(LinearSampler, input.texcoord).r;
-    float2 uv = UVTexture.Sample(LinearSampler, input.texcoord).rg;
-    return YUV_TO_RGB(y, uv.x, uv.y, 1.596f, -0.3918f, -0.813f, 2.0172f);
-}
+#define COEFFICIENTS BT601
+#include "Nv12.hlsli"
