@@ -427,3 +427,122 @@ TEST(Conversion, SecondPlanarVariantConvertsWithBt709) {
     EXPECT_NEAR(rgb[2], Channel(bt601, 0), 2);
     EXPECT_NE(Channel(bt601, 8), Channel(bt709, 8));
 }
+
+namespace {
+
+// Forwards to a real swap chain but answers Present with a chosen result.
+class PresentResult : public IDXGISwapChain {
+public:
+    PresentResult(IDXGISwapChain* real, HRESULT result) : m_real(real), m_result(result) {}
+    ~PresentResult() { m_real->Release(); }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** out) override { return m_real->QueryInterface(id, out); }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const ULONG left = --m_refs;
+        if (left == 0) delete this;
+        return left;
+    }
+    HRESULT STDMETHODCALLTYPE SetPrivateData(REFGUID g, UINT n, const void* d) override {
+        return m_real->SetPrivateData(g, n, d);
+    }
+    HRESULT STDMETHODCALLTYPE SetPrivateDataInterface(REFGUID g, const IUnknown* u) override {
+        return m_real->SetPrivateDataInterface(g, u);
+    }
+    HRESULT STDMETHODCALLTYPE GetPrivateData(REFGUID g, UINT* n, void* d) override { return m_real->GetPrivateData(g, n, d); }
+    HRESULT STDMETHODCALLTYPE GetParent(REFIID id, void** out) override { return m_real->GetParent(id, out); }
+    HRESULT STDMETHODCALLTYPE GetDevice(REFIID id, void** out) override { return m_real->GetDevice(id, out); }
+    HRESULT STDMETHODCALLTYPE Present(UINT, UINT) override {
+        ++presents;
+        return m_result;
+    }
+    HRESULT STDMETHODCALLTYPE GetBuffer(UINT i, REFIID id, void** out) override { return m_real->GetBuffer(i, id, out); }
+    HRESULT STDMETHODCALLTYPE SetFullscreenState(BOOL f, IDXGIOutput* o) override { return m_real->SetFullscreenState(f, o); }
+    HRESULT STDMETHODCALLTYPE GetFullscreenState(BOOL* f, IDXGIOutput** o) override {
+        return m_real->GetFullscreenState(f, o);
+    }
+    HRESULT STDMETHODCALLTYPE GetDesc(DXGI_SWAP_CHAIN_DESC* d) override { return m_real->GetDesc(d); }
+    HRESULT STDMETHODCALLTYPE ResizeBuffers(UINT c, UINT w, UINT h, DXGI_FORMAT f, UINT fl) override {
+        return m_real->ResizeBuffers(c, w, h, f, fl);
+    }
+    HRESULT STDMETHODCALLTYPE ResizeTarget(const DXGI_MODE_DESC* d) override { return m_real->ResizeTarget(d); }
+    HRESULT STDMETHODCALLTYPE GetContainingOutput(IDXGIOutput** o) override { return m_real->GetContainingOutput(o); }
+    HRESULT STDMETHODCALLTYPE GetFrameStatistics(DXGI_FRAME_STATISTICS* s) override { return m_real->GetFrameStatistics(s); }
+    HRESULT STDMETHODCALLTYPE GetLastPresentCount(UINT* c) override { return m_real->GetLastPresentCount(c); }
+
+    static int presents;
+
+private:
+    IDXGISwapChain* m_real;
+    HRESULT m_result;
+    ULONG m_refs = 1;
+};
+int PresentResult::presents = 0;
+
+// Counts the Init calls that reach the subclass through the virtual table.
+class CountingRenderer : public TestRenderer {
+public:
+    bool Init(HWND window) override {
+        ++inits;
+        lastWindow = window;
+        return TestRenderer::Init(window);
+    }
+    int inits = 0;
+    HWND lastWindow = nullptr;
+};
+
+}  // namespace
+
+TEST(Lifecycle, PresentRecoversOnlyFromDeviceRemoval) {
+    TestWindow window(380, 400);
+    const HRESULT results[] = {DXGI_ERROR_WAS_STILL_DRAWING, E_FAIL, DXGI_ERROR_DEVICE_HUNG, DXGI_ERROR_DEVICE_REMOVED};
+    for (HRESULT result : results) {
+        SCOPED_TRACE(testing::Message() << std::hex << result);
+        CountingRenderer r;
+        ASSERT_TRUE(r.Init(window.hwnd));
+        r.inits = 0;
+        ID3D11Device* device = r.GetDevice();
+        device->AddRef();
+        r.m_swapChain = new PresentResult(r.m_swapChain, result);
+        PresentResult::presents = 0;
+        r.PresentSwapChain();
+        EXPECT_EQ(1, PresentResult::presents);
+        if (result == DXGI_ERROR_DEVICE_REMOVED) {
+            EXPECT_EQ(1, r.inits);
+            EXPECT_EQ(window.hwnd, r.lastWindow);
+            EXPECT_NE(nullptr, r.GetDevice());
+            EXPECT_NE(device, r.GetDevice());  // a new device after Destroy
+            uint32_t w = 0, h = 0;
+            EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
+            xoptest::Picture red = SolidYuv(xop::kFrameI420, W, H, 81, 90, 240);
+            ShowPicture(r, red.image);
+            EXPECT_TRUE(ShowsColour(window.hwnd, W / 2, H / 2, 255, 0, 0, 4));
+        } else {
+            EXPECT_EQ(0, r.inits);
+            EXPECT_EQ(device, r.GetDevice());
+        }
+        device->Release();
+    }
+}
+
+TEST(Lifecycle, CreationFailuresAreReportedWithTheirLines) {
+    TestWindow window(560, 400);
+    TestRenderer r;
+    ASSERT_TRUE(r.Init(window.hwnd));
+    DebugCapture debug;
+    EXPECT_FALSE(r.SetWnd(nullptr));  // no client rectangle: no swap chain
+    EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::SetWnd:66] CreateSwapChain() failed\n \n"}, debug.Take());
+    EXPECT_EQ(nullptr, r.m_swapChain);
+    EXPECT_FALSE(r.Resize());
+    ASSERT_TRUE(r.SetWnd(window.hwnd));
+    debug.Take();
+    // A zero-sized picture: every plane texture fails to be made, one message each.
+    EXPECT_TRUE(r.InitInputTextures(0, 0, xop::kFrameI420));
+    const std::vector<std::string> messages = debug.Take();
+    ASSERT_EQ(3u, messages.size());
+    for (const std::string& m : messages) {
+        EXPECT_EQ(0u, m.find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() failed, ")) << m;
+    }
+    xoptest::Picture empty = SolidYuv(xop::kFrameI420, 0, 0, 16, 128, 128);
+    r.UpdateFrame(empty.image);
+    EXPECT_EQ(nullptr, r.m_currentOutput);
+}
