@@ -124,68 +124,43 @@ void bind_or_report(Group group, HMODULE module, const char* func, const char* m
 }  // namespace
 
 // --- loading --------------------------------------------------------------------
+// The separate loads differ on purpose: avfilter, swscale and swresample
+// report at message level, and swscale alone tries a second time.
 
 #define FF_LIB_OK "load ffmpeg lib %s success!"
 #define FF_LIB_FAIL "load ffmpeg lib %s fail!"
 
-int ff_load_ffmpeg_as_one(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_ffmpeg_as_one", &g_hFfmpeg, bind_all, FF_LIB_OK, FF_LIB_FAIL, true, false};
-    return load_module(rule, libName, selfModuleName);
-}
+namespace {
+const LoadRule kAsOne = {"ff_load_ffmpeg_as_one", &g_hFfmpeg, bind_all, FF_LIB_OK, FF_LIB_FAIL, true, false};
+const LoadRule kAvformat = {"ff_load_avformat_lib", &g_hAvformat, ff_load_avformat_dynamic_lib, FF_LIB_OK, FF_LIB_FAIL,
+                            true, false};
+const LoadRule kAvutil = {"ff_load_avutil_lib", &g_hAvutil, ff_load_avutil_dynamic_lib, FF_LIB_OK, FF_LIB_FAIL, true,
+                          false};
+const LoadRule kAvcodec = {"ff_load_avcodec_lib", &g_hAvcodec, ff_load_avcodec_dynamic_lib, FF_LIB_OK, FF_LIB_FAIL,
+                           true, false};
+const LoadRule kAvfilter = {"ff_load_avfilter_lib", &g_hAvfilter, ff_load_avfilter_dynamic_lib,
+                            "load ffmpeg avfilter lib %s success!", "load ffmpeg avfilter lib %s fail!", false, false};
+const LoadRule kSwscale = {"ff_load_swscale_lib", &g_hSwscale, ff_load_swscale_dynamic_lib,
+                           "load ffmpeg swscale lib %s success!", "load ffmpeg swscale lib %s fail!", false, true};
+const LoadRule kSwresample = {"ff_load_swresample_lib", &g_hSwresample, ff_load_swresample_dynamic_lib,
+                              "load ffmpeg swresample lib %s success!", "load ffmpeg swresample lib %s fail!", false,
+                              false};
+}  // namespace
 
-int ff_load_avformat_lib(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_avformat_lib", &g_hAvformat, ff_load_avformat_dynamic_lib,
-                                  FF_LIB_OK, FF_LIB_FAIL, true, false};
-    return load_module(rule, libName, selfModuleName);
-}
-
-int ff_load_avutil_lib(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_avutil_lib", &g_hAvutil, ff_load_avutil_dynamic_lib,
-                                  FF_LIB_OK, FF_LIB_FAIL, true, false};
-    return load_module(rule, libName, selfModuleName);
-}
-
-int ff_load_avcodec_lib(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_avcodec_lib", &g_hAvcodec, ff_load_avcodec_dynamic_lib,
-                                  FF_LIB_OK, FF_LIB_FAIL, true, false};
-    return load_module(rule, libName, selfModuleName);
-}
-
-int ff_load_avfilter_lib(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_avfilter_lib", &g_hAvfilter, ff_load_avfilter_dynamic_lib,
-                                  "load ffmpeg avfilter lib %s success!", "load ffmpeg avfilter lib %s fail!",
-                                  false, false};
-    return load_module(rule, libName, selfModuleName);
-}
-
-int ff_load_swscale_lib(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_swscale_lib", &g_hSwscale, ff_load_swscale_dynamic_lib,
-                                  "load ffmpeg swscale lib %s success!", "load ffmpeg swscale lib %s fail!",
-                                  false, true};
-    return load_module(rule, libName, selfModuleName);
-}
-
-int ff_load_swresample_lib(const char* libName, const char* selfModuleName)
-{
-    static const LoadRule rule = {"ff_load_swresample_lib", &g_hSwresample, ff_load_swresample_dynamic_lib,
-                                  "load ffmpeg swresample lib %s success!", "load ffmpeg swresample lib %s fail!",
-                                  false, false};
-    return load_module(rule, libName, selfModuleName);
-}
+int ff_load_ffmpeg_as_one(const char* libName, const char* self) { return load_module(kAsOne, libName, self); }
+int ff_load_avformat_lib(const char* libName, const char* self) { return load_module(kAvformat, libName, self); }
+int ff_load_avutil_lib(const char* libName, const char* self) { return load_module(kAvutil, libName, self); }
+int ff_load_avcodec_lib(const char* libName, const char* self) { return load_module(kAvcodec, libName, self); }
+int ff_load_avfilter_lib(const char* libName, const char* self) { return load_module(kAvfilter, libName, self); }
+int ff_load_swscale_lib(const char* libName, const char* self) { return load_module(kSwscale, libName, self); }
+int ff_load_swresample_lib(const char* libName, const char* self) { return load_module(kSwresample, libName, self); }
 
 // --- binding --------------------------------------------------------------------
 // Two groups report with another group's text; the texts are kept as they are.
 
 void ff_load_avformat_dynamic_lib(HMODULE module)
 {
-    bind_or_report(Group::avformat, module, "ff_load_avformat_dynamic_lib",
-                   "load ff_load_avformat_dynamic_lib lib faild!");
+    bind_or_report(Group::avformat, module, "ff_load_avformat_dynamic_lib", "load ff_load_avformat_dynamic_lib lib faild!");
 }
 
 void ff_load_avutil_dynamic_lib(HMODULE module)
@@ -195,20 +170,17 @@ void ff_load_avutil_dynamic_lib(HMODULE module)
 
 void ff_load_avcodec_dynamic_lib(HMODULE module)
 {
-    bind_or_report(Group::avcodec, module, "ff_load_avcodec_dynamic_lib",
-                   "load ff_load_avcodec_dynamic_lib lib faild!");
+    bind_or_report(Group::avcodec, module, "ff_load_avcodec_dynamic_lib", "load ff_load_avcodec_dynamic_lib lib faild!");
 }
 
 void ff_load_avfilter_dynamic_lib(HMODULE module)
 {
-    bind_or_report(Group::avfilter, module, "ff_load_avfilter_dynamic_lib",
-                   "load ff_load_avfilter_dynamic_lib lib faild!");
+    bind_or_report(Group::avfilter, module, "ff_load_avfilter_dynamic_lib", "load ff_load_avfilter_dynamic_lib lib faild!");
 }
 
 void ff_load_swscale_dynamic_lib(HMODULE module)
 {
-    bind_or_report(Group::swscale, module, "ff_load_swscale_dynamic_lib",
-                   "load ff_load_swscale_dynamic_lib lib faild!");
+    bind_or_report(Group::swscale, module, "ff_load_swscale_dynamic_lib", "load ff_load_swscale_dynamic_lib lib faild!");
 }
 
 void ff_load_swresample_dynamic_lib(HMODULE module)
