@@ -472,6 +472,14 @@ TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
         EXPECT_EQ(memcmp(&out, &expectedOut, sizeof(out)), 0) << size;
     }
     TakeVelmorCalls();
+
+    // A size without a record to write to: refused, not dereferenced.
+    DecOut out;
+    memset(&out, 0, sizeof(out));
+    out.surfaceRecordSize = 8;
+    std::vector<unsigned char> frame = Frame(9, {1}, 1);
+    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, &out), -1);
+    EXPECT_EQ(TakeVelmorCalls(), DecoderError("CLS_D3D11vaDecoder::DecodePacket", 340, "NULL == _ptDecOut->surfaceRecord"));
     g_sdk.Release(decoder);
 }
 
