@@ -102,6 +102,7 @@ bool D3D11RenderTexture::InitTexture(UINT width, UINT height, DXGI_FORMAT format
         return false;
     }
 
+    // Every view is attempted; any failure then drops the texture and its views.
     bool ok = true;
     if (bindFlags & D3D11_BIND_RENDER_TARGET) {
         D3D11_RENDER_TARGET_VIEW_DESC rtv = {};
@@ -117,27 +118,26 @@ bool D3D11RenderTexture::InitTexture(UINT width, UINT height, DXGI_FORMAT format
     srv.ViewDimension = D3D11_SRV_DIMENSION_TEXTURE2D;
     srv.Texture2D.MostDetailedMip = 0;
     srv.Texture2D.MipLevels = 1;
-    if (ok && format != DXGI_FORMAT_NV12) {
+    if (format != DXGI_FORMAT_NV12) {
         srv.Format = format;
         hr = m_device->CreateShaderResourceView(m_texture, &srv, &m_shaderResourceView);
         if (FAILED(hr)) {
             DebugPrint("[%s:%d] ID3D11Device::CreateRenderTargetView() failed, %x \n \n", kFunc, 152, (unsigned)hr);
             ok = false;
         }
-    } else if (ok) {
+    } else {
         srv.Format = DXGI_FORMAT_R8_UNORM;
         hr = m_device->CreateShaderResourceView(m_texture, &srv, &m_lumaView);
         if (FAILED(hr)) {
             DebugPrint("[%s:%d] ID3D11Device::CreateRenderTargetView(R8) failed, %x \n \n", kFunc, 132, (unsigned)hr);
             ok = false;
-        } else {
-            srv.Format = DXGI_FORMAT_R8G8_UNORM;
-            hr = m_device->CreateShaderResourceView(m_texture, &srv, &m_chromaView);
-            if (FAILED(hr)) {
-                DebugPrint("[%s:%d] ID3D11Device::CreateRenderTargetView(R8G8) failed, %x \n \n", kFunc, 139,
-                           (unsigned)hr);
-                ok = false;
-            }
+        }
+        srv.Format = DXGI_FORMAT_R8G8_UNORM;
+        hr = m_device->CreateShaderResourceView(m_texture, &srv, &m_chromaView);
+        if (FAILED(hr)) {
+            DebugPrint("[%s:%d] ID3D11Device::CreateRenderTargetView(R8G8) failed, %x \n \n", kFunc, 139,
+                       (unsigned)hr);
+            ok = false;
         }
     }
     if (!ok) {

@@ -242,6 +242,7 @@ bool D3D11Renderer::CreateRenderer() {
     D3D11_TEXTURE2D_DESC back = {};
     backBuffer->GetDesc(&back);
 
+    m_d2dRenderTarget.Reset();  // it drew on the previous back buffer
     if (m_d2dFactory) {
         IDXGISurface* surface = nullptr;
         hr = m_swapChain->GetBuffer(0, IID_IDXGISurface, reinterpret_cast<void**>(&surface));
