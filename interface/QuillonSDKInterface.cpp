@@ -5,6 +5,7 @@
 #include "core/core_api.h"
 #include "include/QuillonSDK.h"
 #include "interface/CLS_DecoderManager.h"
+#include "interface/CLS_RenderManager.h"
 
 // Outstanding QuillonStartup calls. Start-up and clean-up are called from one
 // thread; nothing guards this.
@@ -67,6 +68,47 @@ int QUILLON_CALL QuillonDecoderDecodeOneFrame(QuillonDecoderHandle handle, unsig
 int QUILLON_CALL QuillonDecoderRelease(QuillonDecoderHandle handle)
 {
     return CLS_DecoderManager::GetInstance().Release(handle);
+}
+
+}  // extern "C"
+
+// --- renderers -------------------------------------------------------------------
+
+extern "C" {
+
+QuillonRenderHandle QUILLON_CALL QuillonRenderCreate(void* reserved, unsigned int reservedSize)
+{
+    return CLS_RenderManager::GetInstance().Create(reserved, reservedSize);
+}
+
+int QUILLON_CALL QuillonRenderInitDevice(QuillonRenderHandle handle, void* initParam, int size)
+{
+    return CLS_RenderManager::GetInstance().InitDevice(handle, initParam, size);
+}
+
+int QUILLON_CALL QuillonRenderShowFrame(QuillonRenderHandle handle, void* frame, unsigned int size)
+{
+    return CLS_RenderManager::GetInstance().ShowFrame(handle, frame, size);
+}
+
+int QUILLON_CALL QuillonRenderGetDrawInfo(QuillonRenderHandle handle, void* drawInfo, unsigned int size)
+{
+    return CLS_RenderManager::GetInstance().GetDrawInfo(handle, drawInfo, size);
+}
+
+int QUILLON_CALL QuillonRenderSetWnd(QuillonRenderHandle handle, HWND hWnd)
+{
+    return CLS_RenderManager::GetInstance().SetWnd(handle, hWnd);
+}
+
+int QUILLON_CALL QuillonRenderConfig(QuillonRenderHandle handle, unsigned int command, void* data, unsigned int size)
+{
+    return CLS_RenderManager::GetInstance().Config(handle, command, data, size);
+}
+
+int QUILLON_CALL QuillonRenderRelease(QuillonRenderHandle handle)
+{
+    return CLS_RenderManager::GetInstance().Release(handle);
 }
 
 }  // extern "C"

@@ -34,6 +34,8 @@ public:
     // Binds the renderer to another window (the device is kept): 0 or -1.
     int32_t SetWnd(HWND hWnd);
 
+    const CLS_D3D11vaRenderer& Renderer() const { return renderer; }
+
 private:
     int32_t Texture2DToNV12(void* data, int32_t length);
     int32_t SetDrawCallBack(void* data, int32_t length);

@@ -150,6 +150,16 @@ void CLS_D3D11vaRenderer::SetDrawCallBack(const DrawCallBackParam& param)
     m_drawCallbackUser = param.user;
 }
 
+EZoomArea CLS_D3D11vaRenderer::GetZoomArea() const
+{
+    return EZoomArea{m_zoomArea[0], m_zoomArea[1], m_zoomArea[2], m_zoomArea[3]};
+}
+
+DstRect CLS_D3D11vaRenderer::GetDstRect() const
+{
+    return DstRect{m_dstRect[0], m_dstRect[1], m_dstRect[2], m_dstRect[3]};
+}
+
 void CLS_D3D11vaRenderer::SetZoomArea(const EZoomArea& area)
 {
     m_zoomArea[0] = area.left;

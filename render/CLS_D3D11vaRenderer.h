@@ -31,7 +31,9 @@ public:
     // from the next picture on.
     DrawCallBackParam GetDrawCallBack() const;
     void SetDrawCallBack(const DrawCallBackParam& param);
+    EZoomArea GetZoomArea() const;
     void SetZoomArea(const EZoomArea& area);
+    DstRect GetDstRect() const;
     void SetDstRect(const DstRect& rect);
 
 private:

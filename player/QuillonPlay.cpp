@@ -1,0 +1,469 @@
+// QuillonPlay: plays an H.264 or HEVC file (raw Annex B, MP4 or Matroska)
+// in a window through QuillonSDK.dll, exactly as a host would: start-up, a
+// render object on the window, a decoder on the renderer's device, each
+// decoded texture slice shown with overlays drawn from the draw callback.
+// Where the hardware decoder cannot be set up it says so once and decodes in
+// software, showing the pictures through the CPU-data path.
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "player/PlayerSource.h"
+#include "player/QuillonSdkApi.h"
+#include "player/Screenshot.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: QuillonPlay.exe [options] FILE\n"
+    "  --frames N         show at most N pictures (default: all)\n"
+    "  --screenshot FILE  write the window to FILE (.png or .bmp) after the last picture\n"
+    "  --progress         print frames shown and frames per second while playing\n"
+    "  --zoom L,T,R,B     electronic zoom, fractions of the picture (default 0,0,1,1)\n"
+    "  --dst L,T,R,B      destination rectangle in window pixels (hardware path)\n"
+    "  --size WxH         window client size (default: the picture size)\n"
+    "  --no-overlay       no timestamp, polyline or privacy region\n"
+    "  --software         decode in software even where the hardware decoder works\n"
+    "  --hold MS          keep the last picture on screen for MS milliseconds\n";
+
+struct Options {
+    std::string input;
+    std::string screenshot;
+    int frames = 0;
+    bool progress = false;
+    bool overlay = true;
+    bool software = false;
+    int width = 0;
+    int height = 0;
+    int holdMs = 0;
+    EZoomArea zoom = {0.0, 0.0, 1.0, 1.0};
+    bool zoomSet = false;
+    DstRect dst = {0, 0, 0, 0};
+    bool dstSet = false;
+};
+
+bool ParseOptions(int argc, char** argv, Options& o)
+{
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
+        if (a == "--progress") o.progress = true;
+        else if (a == "--no-overlay") o.overlay = false;
+        else if (a == "--software") o.software = true;
+        else if (a == "--frames" && next) o.frames = atoi(argv[++i]);
+        else if (a == "--hold" && next) o.holdMs = atoi(argv[++i]);
+        else if (a == "--screenshot" && next) o.screenshot = argv[++i];
+        else if (a == "--size" && next) {
+            if (sscanf(argv[++i], "%dx%d", &o.width, &o.height) != 2 || o.width <= 0 || o.height <= 0) return false;
+        } else if (a == "--zoom" && next) {
+            EZoomArea& z = o.zoom;
+            if (sscanf(argv[++i], "%lf,%lf,%lf,%lf", &z.left, &z.top, &z.right, &z.bottom) != 4) return false;
+            o.zoomSet = true;
+        } else if (a == "--dst" && next) {
+            DstRect& d = o.dst;
+            if (sscanf(argv[++i], "%d,%d,%d,%d", &d.left, &d.top, &d.right, &d.bottom) != 4) return false;
+            o.dstSet = true;
+        } else if (a.size() > 1 && a[0] == '-') return false;
+        else if (o.input.empty()) o.input = a;
+        else return false;
+    }
+    return !o.input.empty();
+}
+
+// --- the window ------------------------------------------------------------
+
+bool g_closed = false;
+
+LRESULT CALLBACK PlayerWndProc(HWND wnd, UINT msg, WPARAM wp, LPARAM lp)
+{
+    if (msg == WM_CLOSE) {
+        g_closed = true;
+        return 0;
+    }
+    return DefWindowProcA(wnd, msg, wp, lp);
+}
+
+HWND CreatePlayerWindow(int w, int h, const std::string& title)
+{
+    WNDCLASSA wc = {};
+    wc.lpfnWndProc = PlayerWndProc;
+    wc.hInstance = GetModuleHandleA(nullptr);
+    wc.hCursor = LoadCursor(nullptr, IDC_ARROW);
+    wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
+    wc.lpszClassName = "QuillonPlayWindow";
+    RegisterClassA(&wc);
+    const DWORD style = WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE;
+    RECT r = {0, 0, w, h};
+    AdjustWindowRect(&r, style, FALSE);
+    HWND wnd = CreateWindowA(wc.lpszClassName, title.c_str(), style, 40, 40, r.right - r.left, r.bottom - r.top,
+                             nullptr, nullptr, wc.hInstance, nullptr);
+    if (wnd) {
+        ShowWindow(wnd, SW_SHOW);
+        UpdateWindow(wnd);
+    }
+    return wnd;
+}
+
+void PumpMessages()
+{
+    MSG msg;
+    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) {
+        TranslateMessage(&msg);
+        DispatchMessageA(&msg);
+    }
+}
+
+void Wait(int ms)
+{
+    const DWORD end = GetTickCount() + static_cast<DWORD>(ms);
+    while (static_cast<LONG>(end - GetTickCount()) > 0 && !g_closed) {
+        PumpMessages();
+        Sleep(10);
+    }
+}
+
+// --- overlays ----------------------------------------------------------------
+
+struct OverlayState {
+    QuillonSdkApi* sdk = nullptr;
+    QuillonRenderHandle render = nullptr;
+    int clientWidth = 0;
+    int clientHeight = 0;
+    int frameNumber = 0;
+    long long timestampMs = 0;
+};
+
+OverlayParam Overlay(unsigned int rgb, int lineWidth)
+{
+    OverlayParam p;
+    memset(&p, 0, sizeof(p));
+    // The record's colour is red in the low byte, then green, then blue.
+    p.color = ((rgb >> 16) & 0xFF) | (rgb & 0xFF00) | ((rgb & 0xFF) << 16);
+    p.lineWidth = lineWidth;
+    return p;
+}
+
+void AddPoint(OverlayParam& p, double fx, double fy, int w, int h)
+{
+    p.points[p.pointCount].x = static_cast<int>(fx * w);
+    p.points[p.pointCount].y = static_cast<int>(fy * h);
+    ++p.pointCount;
+}
+
+// Runs inside QuillonRenderShowFrame between the overlay pass's begin and
+// end: a timestamp, a tracking box and a hatched privacy region.
+void QUILLON_CALL DrawOverlays(ShowFrameData* frame, void* user)
+{
+    (void)frame;
+    OverlayState* s = static_cast<OverlayState*>(user);
+    const int w = s->clientWidth;
+    const int h = s->clientHeight;
+
+    OverlayParam text = Overlay(0xFFFF40, h >= 200 ? 20 : 12);
+    const long long t = s->timestampMs;
+    snprintf(text.text, sizeof(text.text), "%02lld:%02lld:%02lld.%03lld  #%d", t / 3600000, t / 60000 % 60,
+             t / 1000 % 60, t % 1000, s->frameNumber);
+    text.points[0] = {8, 4};
+    text.points[1] = {w - 8, 4 + text.lineWidth * 2};
+    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
+
+    OverlayParam box = Overlay(0x40FF40, 2);
+    box.closed = 1;
+    AddPoint(box, 0.10, 0.30, w, h);
+    AddPoint(box, 0.40, 0.30, w, h);
+    AddPoint(box, 0.40, 0.70, w, h);
+    AddPoint(box, 0.10, 0.70, w, h);
+    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_LINE, &box, sizeof(box));
+
+    OverlayParam privacy = Overlay(0x808080, 2);
+    privacy.spacing = 4.0f;
+    AddPoint(privacy, 0.60, 0.60, w, h);
+    AddPoint(privacy, 0.92, 0.60, w, h);
+    AddPoint(privacy, 0.92, 0.92, w, h);
+    AddPoint(privacy, 0.60, 0.92, w, h);
+    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_BLURRY, &privacy, sizeof(privacy));
+}
+
+// --- the software path's zoom ------------------------------------------------
+
+// The CPU-data path shows whole pictures; the player applies the zoom itself
+// by cutting the I420 picture down to the zoomed part (even coordinates).
+void CropI420(I420Picture& p, const EZoomArea& z)
+{
+    int l = static_cast<int>(z.left * p.width) & ~1, t = static_cast<int>(z.top * p.height) & ~1;
+    int r = static_cast<int>(z.right * p.width) & ~1, b = static_cast<int>(z.bottom * p.height) & ~1;
+    l = l < 0 ? 0 : l;
+    t = t < 0 ? 0 : t;
+    r = r > p.width ? p.width : r;
+    b = b > p.height ? p.height : b;
+    if (r - l < 2 || b - t < 2 || (l == 0 && t == 0 && r == p.width && b == p.height)) return;
+    const int w = r - l, h = b - t;
+    std::vector<uint8_t> out(static_cast<size_t>(w) * h * 3 / 2);
+    const uint8_t* src[3] = {p.bytes.data(), p.bytes.data() + p.width * p.height,
+                             p.bytes.data() + p.width * p.height * 5 / 4};
+    uint8_t* dst[3] = {out.data(), out.data() + w * h, out.data() + w * h * 5 / 4};
+    for (int plane = 0; plane < 3; ++plane) {
+        const int shift = plane ? 1 : 0;
+        const int srcStride = p.width >> shift, dstStride = w >> shift;
+        for (int y = 0; y < (h >> shift); ++y)
+            memcpy(dst[plane] + y * dstStride, src[plane] + ((t >> shift) + y) * srcStride + (l >> shift), dstStride);
+    }
+    p.width = w;
+    p.height = h;
+    p.bytes.swap(out);
+}
+
+// --- playing -------------------------------------------------------------------
+
+class Player {
+public:
+    Player(QuillonSdkApi& sdk, const Options& options) : m_sdk(sdk), m_options(options) {}
+    int Run();
+
+private:
+    bool SetUpRender();
+    void SetUpDecoder();
+    bool FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs);
+    bool FeedSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs);
+    void SwitchToSoftware(const std::string& reason);
+    void Shown(int64_t timestampMs);
+    bool Done() const { return g_closed || (m_options.frames > 0 && m_shown >= m_options.frames); }
+
+    QuillonSdkApi& m_sdk;
+    const Options& m_options;
+    PlayerSource m_source;
+    HWND m_window = nullptr;
+    RenderInitParam m_init = {};
+    QuillonRenderHandle m_render = nullptr;
+    QuillonDecoderHandle m_decoder = nullptr;
+    bool m_software = false;
+    bool m_failed = false;
+    std::vector<std::vector<uint8_t>> m_unshown;  // units fed since start while no picture came out
+    std::vector<int64_t> m_unshownTimes;
+    OverlayState m_overlay;
+    int m_shown = 0;
+    DWORD m_start = 0;
+};
+
+bool Player::SetUpRender()
+{
+    m_render = m_sdk.QuillonRenderCreate(nullptr, 0);
+    if (!m_render) return false;
+    m_init.hWnd = m_window;
+    const int rc = m_sdk.QuillonRenderInitDevice(m_render, &m_init, sizeof(m_init));
+    if (rc != 0 || !m_init.device) {
+        fprintf(stderr, "QuillonPlay: QuillonRenderInitDevice failed (%d)\n", rc);
+        return false;
+    }
+    EZoomArea zoom = m_options.zoom;
+    DstRect dst = m_options.dst;
+    m_sdk.QuillonRenderConfig(m_render, QUILLON_CMD_EZOOM_AREA, &zoom, sizeof(zoom));
+    m_sdk.QuillonRenderConfig(m_render, QUILLON_CMD_SET_DST_RECT, &dst, sizeof(dst));
+    if (m_options.overlay) {
+        RECT client = {};
+        GetClientRect(m_window, &client);
+        m_overlay.sdk = &m_sdk;
+        m_overlay.render = m_render;
+        m_overlay.clientWidth = client.right;
+        m_overlay.clientHeight = client.bottom;
+        DrawCallBackParam callback = {DrawOverlays, &m_overlay};
+        m_sdk.QuillonRenderConfig(m_render, QUILLON_CMD_SET_DRAW_CALLBACK, &callback, sizeof(callback));
+    }
+    return true;
+}
+
+void Player::SetUpDecoder()
+{
+    if (m_options.software) {
+        SwitchToSoftware("software decoding asked for");
+        return;
+    }
+    m_decoder = m_sdk.QuillonDecoderCreate(nullptr, 0);
+    CreateNeed need;
+    memset(&need, 0, sizeof(need));
+    need.iWidth = m_source.Width();
+    need.iHeight = m_source.Height();
+    need.VideoMode = m_source.IsHevc() ? QUILLON_VIDEO_H265 : QUILLON_VIDEO_H264;
+    need.deviceSlot = &m_init.device;  // decode on the renderer's device
+    CreateNeedExtern needExtern;
+    memset(&needExtern, 0, sizeof(needExtern));
+    const int rc = m_decoder ? m_sdk.QuillonDecoderInitial(m_decoder, &need, &needExtern) : -1;
+    if (rc != 0) SwitchToSoftware("the hardware decoder cannot be set up (QuillonDecoderInitial returned " +
+                                  std::to_string(rc) + ")");
+}
+
+void Player::SwitchToSoftware(const std::string& reason)
+{
+    printf("QuillonPlay: %s; decoding in software\n", reason.c_str());
+    fflush(stdout);
+    m_software = true;
+    if (!m_source.StartSoftwareDecoder()) {
+        fprintf(stderr, "QuillonPlay: %s\n", m_source.Error().c_str());
+        m_failed = true;
+        return;
+    }
+    // Units the hardware decoder took without showing anything are decoded again.
+    std::vector<std::vector<uint8_t>> units;
+    std::vector<int64_t> times;
+    units.swap(m_unshown);
+    times.swap(m_unshownTimes);
+    for (size_t i = 0; i < units.size() && !m_failed && !Done(); ++i) FeedSoftware(units[i], times[i]);
+}
+
+void Player::Shown(int64_t timestampMs)
+{
+    ++m_shown;
+    m_unshown.clear();
+    m_unshownTimes.clear();
+    if (m_options.progress && (m_shown % 10 == 0 || m_shown == 1)) {
+        const double seconds = (GetTickCount() - m_start) / 1000.0;
+        printf("\rshown %d frames, %.1f fps, at %.3f s   ", m_shown, seconds > 0 ? m_shown / seconds : 0.0,
+               timestampMs / 1000.0);
+        fflush(stdout);
+    }
+}
+
+bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
+{
+    m_unshown.push_back(unit);
+    m_unshownTimes.push_back(timestampMs);
+    std::vector<uint8_t> buffer(sizeof(FrameHead) + unit.size());
+    FrameHead* head = reinterpret_cast<FrameHead*>(buffer.data());
+    head->timestamp = static_cast<unsigned int>(timestampMs);
+    head->payloadLength = static_cast<unsigned int>(unit.size());
+    memcpy(buffer.data() + sizeof(FrameHead), unit.data(), unit.size());
+
+    SurfaceRecord surface;
+    memset(&surface, 0, sizeof(surface));
+    DecOut out;
+    memset(&out, 0, sizeof(out));
+    out.surfaceRecordSize = sizeof(surface);
+    out.surfaceRecord = &surface;
+    const int rc = m_sdk.QuillonDecoderDecodeOneFrame(m_decoder, buffer.data(), static_cast<unsigned int>(buffer.size()),
+                                                      &out);
+    if (rc != 0) {
+        if (m_shown == 0) SwitchToSoftware("hardware decoding failed (" + std::to_string(rc) + ")");
+        return true;  // a damaged frame later on is skipped
+    }
+    if (!surface.texture) return true;  // the decoder holds the picture back for now
+
+    ShowFrameData frame;
+    memset(&frame, 0, sizeof(frame));
+    frame.texture = surface.texture;
+    frame.arraySlice = surface.sliceIndex;
+    frame.width = out.width;
+    frame.height = out.height;
+    m_overlay.frameNumber = m_shown + 1;
+    m_overlay.timestampMs = static_cast<unsigned int>(out.timestamp);
+    const int shown = m_sdk.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
+    if (shown != 0 && m_shown == 0) {
+        SwitchToSoftware("decoded textures cannot be shown (" + std::to_string(shown) + ")");
+        return true;
+    }
+    Shown(out.timestamp);
+    return true;
+}
+
+bool Player::FeedSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs)
+{
+    std::vector<I420Picture> pictures;
+    if (!m_source.DecodeSoftware(unit, timestampMs, pictures)) {
+        fprintf(stderr, "QuillonPlay: %s\n", m_source.Error().c_str());  // skip the damaged unit
+    }
+    for (I420Picture& picture : pictures) {
+        if (Done()) break;
+        CropI420(picture, m_options.zoom);
+        ShowFrameData frame;
+        memset(&frame, 0, sizeof(frame));
+        frame.data = picture.bytes.data();
+        frame.width = picture.width;
+        frame.height = picture.height;
+        m_overlay.frameNumber = m_shown + 1;
+        m_overlay.timestampMs = picture.timestampMs;
+        const int rc = m_sdk.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
+        if (rc != 0) fprintf(stderr, "QuillonPlay: QuillonRenderShowFrame returned %d\n", rc);
+        Shown(picture.timestampMs);
+        PumpMessages();
+    }
+    return true;
+}
+
+int Player::Run()
+{
+    if (!m_source.Open(m_options.input)) {
+        fprintf(stderr, "QuillonPlay: %s\n", m_source.Error().c_str());
+        return 2;
+    }
+    const int w = m_options.width ? m_options.width : m_source.Width();
+    const int h = m_options.height ? m_options.height : m_source.Height();
+    printf("QuillonPlay: %s, %s %dx%d, window %dx%d\n", m_options.input.c_str(), m_source.IsHevc() ? "HEVC" : "H.264",
+           m_source.Width(), m_source.Height(), w, h);
+    m_window = CreatePlayerWindow(w, h, "QuillonPlay - " + m_options.input);
+    if (!m_window) {
+        fprintf(stderr, "QuillonPlay: cannot create the window\n");
+        return 3;
+    }
+    PumpMessages();
+    if (!SetUpRender()) return 3;
+    SetUpDecoder();
+
+    m_start = GetTickCount();
+    std::vector<uint8_t> unit;
+    int64_t timestampMs = 0;
+    while (!m_failed && !Done() && m_source.NextAccessUnit(unit, timestampMs)) {
+        if (m_software) FeedSoftware(unit, timestampMs);
+        else FeedHardware(unit, timestampMs);
+        PumpMessages();
+    }
+    if (m_software && !m_failed && !Done()) FeedSoftware({}, 0);  // the pictures still in the decoder
+    const double seconds = (GetTickCount() - m_start) / 1000.0;
+    printf("%sQuillonPlay: shown %d frames in %.2f s (%.1f fps), %s decoding\n", m_options.progress ? "\n" : "",
+           m_shown, seconds, seconds > 0 ? m_shown / seconds : 0.0, m_software ? "software" : "hardware");
+
+    int result = m_failed || m_shown == 0 ? 4 : 0;
+    if (!m_options.screenshot.empty()) {
+        Wait(400);  // presentation is asynchronous
+        RgbImage image;
+        if (CaptureClient(m_window, image) && WriteImage(m_options.screenshot, image)) {
+            printf("QuillonPlay: screenshot %s (%dx%d)\n", m_options.screenshot.c_str(), image.width, image.height);
+        } else {
+            fprintf(stderr, "QuillonPlay: cannot write the screenshot %s\n", m_options.screenshot.c_str());
+            result = result ? result : 5;
+        }
+    }
+    Wait(m_options.holdMs);
+
+    if (m_decoder) m_sdk.QuillonDecoderRelease(m_decoder);
+    if (m_render) m_sdk.QuillonRenderRelease(m_render);
+    DestroyWindow(m_window);
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    if (!ParseOptions(argc, argv, options)) {
+        fputs(kUsage, stderr);
+        return 1;
+    }
+    QuillonSdkApi sdk;
+    std::string error;
+    if (!sdk.Load(error)) {
+        fprintf(stderr, "QuillonPlay: %s\n", error.c_str());
+        return 3;
+    }
+    if (sdk.QuillonStartup() != 0) fprintf(stderr, "QuillonPlay: QuillonStartup failed (Velmor.dll missing?)\n");
+    int result;
+    {
+        Player player(sdk, options);
+        result = player.Run();
+    }
+    sdk.QuillonCleanup();
+    return result;
+}
