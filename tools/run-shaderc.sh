@@ -2,8 +2,8 @@
 # Runs tools/shaderc under Wine for the build. shaderc exits 2 on bad usage,
 # 3 when a shader does not compile and 4 when it cannot write its output:
 # those fail the build at once. Any other failure means Wine itself did not
-# get the program running (seen once while a wineserver of the same prefix
-# was shutting down): try again.
+# get the program running (seen once in a fresh build, exiting without a
+# word): try again.
 set -u
 WINE_RUN=$1
 shift

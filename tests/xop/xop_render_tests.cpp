@@ -77,12 +77,20 @@ TEST(Conversion, OddSizeUploadsTheLastChromaRowAndColumn) {
     EXPECT_TRUE(ShowsColour(window.hwnd, W / 2, H / 2, 255, 0, 0, 4));
 }
 
-TEST(Conversion, LineSizesWiderThanThePictureSkipThePadding) {
+TEST(Conversion, LineSizesWiderThanTheRowPitchSkipThePadding) {
     TestWindow window(380, 20);
     TestRenderer r;
     ASSERT_TRUE(r.Init(window.hwnd));
-    // Black picture whose 40 padding bytes per line are white luma.
-    xoptest::Picture p = SolidYuv(xop::kFrameI420, W, H, 16, 128, 128, 40, 235);
+    ASSERT_TRUE(r.InitInputTextures(W, H, xop::kFrameI420));
+    D3D11_MAPPED_SUBRESOURCE mapped = {};
+    ID3D11Texture2D* luma = r.m_inputTextures[xop::kInputY]->GetTexture();
+    ASSERT_HRESULT_SUCCEEDED(r.m_context->Map(luma, 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped));
+    r.m_context->Unmap(luma, 0);
+    // Black picture whose lines run 40 bytes past the texture's row pitch,
+    // the excess being white luma.
+    const int pad = static_cast<int>(mapped.RowPitch) - W + 40;
+    xoptest::Picture p = SolidYuv(xop::kFrameI420, W, H, 16, 128, 128, pad, 235);
+    ASSERT_GT(p.image.linesize[0], static_cast<int>(mapped.RowPitch));
     ShowPicture(r, p.image);
     for (POINT pt : {POINT{2, 2}, POINT{W / 2, H / 2}, POINT{W - 2, H - 2}, POINT{W - 2, 2}}) {
         EXPECT_TRUE(ShowsColour(window.hwnd, pt.x, pt.y, 0, 0, 0, 3)) << pt.x << "," << pt.y;
