@@ -1,0 +1,256 @@
+// QuillonPlay.exe end to end: it plays the generated sample clips (raw H.264,
+// H.264 in Matroska, raw HEVC) through QuillonSDK.dll, and its screenshot of
+// the last picture matches FFmpeg's own decode of that picture converted
+// with BT.601. Under Wine the hardware decoder cannot be set up, so this
+// also covers the software fallback and the CPU-data path.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "player/PlayerSource.h"
+#include "testkit/testkit.h"
+
+namespace {
+
+struct Image {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> rgb;  // top-down R G B
+    const unsigned char* At(int x, int y) const { return &rgb[(static_cast<size_t>(y) * width + x) * 3]; }
+};
+
+uint32_t Le32(const std::string& s, size_t at)
+{
+    return static_cast<unsigned char>(s[at]) | static_cast<unsigned char>(s[at + 1]) << 8 |
+           static_cast<unsigned char>(s[at + 2]) << 16 | static_cast<uint32_t>(static_cast<unsigned char>(s[at + 3])) << 24;
+}
+
+uint32_t Be32(const std::string& s, size_t at)
+{
+    return static_cast<uint32_t>(static_cast<unsigned char>(s[at])) << 24 | static_cast<unsigned char>(s[at + 1]) << 16 |
+           static_cast<unsigned char>(s[at + 2]) << 8 | static_cast<unsigned char>(s[at + 3]);
+}
+
+bool ReadBmp(const std::string& path, Image& image)
+{
+    const std::string s = testkit::ReadFile(path);
+    if (s.size() < 54 || s[0] != 'B' || s[1] != 'M' || Le32(s, 28) % 65536 != 24) return false;
+    image.width = static_cast<int>(Le32(s, 18));
+    image.height = static_cast<int>(Le32(s, 22));
+    const size_t row = (static_cast<size_t>(image.width) * 3 + 3) & ~size_t(3);
+    if (s.size() < Le32(s, 10) + row * image.height) return false;
+    image.rgb.resize(static_cast<size_t>(image.width) * image.height * 3);
+    for (int y = 0; y < image.height; ++y) {
+        const char* src = &s[Le32(s, 10) + row * (image.height - 1 - y)];
+        for (int x = 0; x < image.width; ++x)
+            for (int c = 0; c < 3; ++c) image.rgb[(static_cast<size_t>(y) * image.width + x) * 3 + c] = src[x * 3 + 2 - c];
+    }
+    return true;
+}
+
+// The player's PNGs hold 8-bit RGB in stored (uncompressed) deflate blocks.
+bool ReadStoredPng(const std::string& path, Image& image)
+{
+    const std::string s = testkit::ReadFile(path);
+    if (s.size() < 33 || s.compare(0, 8, "\x89PNG\r\n\x1a\n") != 0 || s.compare(12, 4, "IHDR") != 0) return false;
+    image.width = static_cast<int>(Be32(s, 16));
+    image.height = static_cast<int>(Be32(s, 20));
+    std::string z;
+    for (size_t at = 8; at + 12 <= s.size();) {
+        const uint32_t n = Be32(s, at);
+        if (s.compare(at + 4, 4, "IDAT") == 0) z += s.substr(at + 8, n);
+        at += 12 + n;
+    }
+    std::string raw;
+    for (size_t at = 2; at + 5 <= z.size();) {
+        const bool last = z[at] & 1;
+        const size_t n = static_cast<unsigned char>(z[at + 1]) | static_cast<unsigned char>(z[at + 2]) << 8;
+        raw += z.substr(at + 5, n);
+        at += 5 + n;
+        if (last) break;
+    }
+    const size_t stride = static_cast<size_t>(image.width) * 3 + 1;
+    if (raw.size() != stride * image.height) return false;
+    image.rgb.clear();
+    for (int y = 0; y < image.height; ++y) image.rgb.insert(image.rgb.end(), &raw[y * stride + 1], &raw[y * stride + stride]);
+    return true;
+}
+
+// FFmpeg's decode of the clip, picture `index` (0-based) in output order,
+// converted with studio-range BT.601.
+bool ReferencePicture(const std::string& clip, int index, Image& image)
+{
+    PlayerSource source;
+    if (!source.Open(clip) || !source.StartSoftwareDecoder()) return false;
+    std::vector<I420Picture> pictures;
+    std::vector<uint8_t> unit;
+    int64_t ts = 0;
+    while (static_cast<int>(pictures.size()) <= index && source.NextAccessUnit(unit, ts))
+        source.DecodeSoftware(unit, ts, pictures);
+    if (static_cast<int>(pictures.size()) <= index) source.DecodeSoftware({}, 0, pictures);
+    if (static_cast<int>(pictures.size()) <= index) return false;
+    const I420Picture& p = pictures[index];
+    image.width = p.width;
+    image.height = p.height;
+    image.rgb.resize(static_cast<size_t>(p.width) * p.height * 3);
+    const uint8_t* Y = p.bytes.data();
+    const uint8_t* U = Y + p.width * p.height;
+    const uint8_t* V = U + p.width * p.height / 4;
+    for (int y = 0; y < p.height; ++y) {
+        for (int x = 0; x < p.width; ++x) {
+            const int c = (y / 2) * (p.width / 2) + x / 2;
+            const double l = 1.1644 * (Y[y * p.width + x] - 16), u = U[c] - 128.0, v = V[c] - 128.0;
+            const double rgb[3] = {l + 1.596 * v, l - 0.3918 * u - 0.813 * v, l + 2.0172 * u};
+            for (int k = 0; k < 3; ++k)
+                image.rgb[(static_cast<size_t>(y) * p.width + x) * 3 + k] =
+                    static_cast<unsigned char>(std::lround(std::fmin(255.0, std::fmax(0.0, rgb[k]))));
+        }
+    }
+    return true;
+}
+
+struct PlayRun {
+    DWORD exitCode = 0xFFFFFFFF;
+    std::string output;
+};
+
+PlayRun Play(const testkit::StagedDir& dir, const std::string& arguments)
+{
+    PlayRun run;
+    const std::string outPath = dir.Path() + "play.out";
+    SECURITY_ATTRIBUTES sa = {sizeof(sa), nullptr, TRUE};
+    HANDLE out = CreateFileA(outPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, 0, nullptr);
+    STARTUPINFOA si = {};
+    si.cb = sizeof(si);
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdOutput = out;
+    si.hStdError = out;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    PROCESS_INFORMATION pi = {};
+    std::string command = "\"" + dir.Path() + "QuillonPlay.exe\" " + arguments;
+    if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, dir.Path().c_str(), &si, &pi)) {
+        if (WaitForSingleObject(pi.hProcess, 120000) != WAIT_OBJECT_0) TerminateProcess(pi.hProcess, 99);
+        GetExitCodeProcess(pi.hProcess, &run.exitCode);
+        CloseHandle(pi.hProcess);
+        CloseHandle(pi.hThread);
+    }
+    CloseHandle(out);
+    run.output = testkit::ReadFile(outPath);
+    return run;
+}
+
+size_t Count(const std::string& text, const std::string& what)
+{
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
+class Player : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        s_dir = new testkit::StagedDir("player");
+        s_dir->Add("QuillonPlay.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
+    }
+    static void TearDownTestSuite() { delete s_dir; }
+    static std::string Clip(const std::string& name) { return testkit::BinDir() + "..\\sample\\" + name; }
+    static testkit::StagedDir* s_dir;
+};
+testkit::StagedDir* Player::s_dir = nullptr;
+
+TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
+{
+    const int frames = 20;
+    for (const char* name : {"sample.264", "sample.mkv", "sample.265"}) {
+        SCOPED_TRACE(name);
+        const std::string shot = s_dir->Path() + "shot.bmp";
+        DeleteFileA(shot.c_str());
+        const PlayRun run = Play(*s_dir, "--no-overlay --progress --frames " + std::to_string(frames) + " --screenshot \"" +
+                                         shot + "\" \"" + Clip(name) + "\"");
+        EXPECT_EQ(run.exitCode, 0u) << run.output;
+        EXPECT_EQ(Count(run.output, "decoding in software"), 1u) << run.output;
+        EXPECT_EQ(Count(run.output, "QuillonPlay: shown 20 frames in "), 1u) << run.output;
+        EXPECT_NE(run.output.find("shown 10 frames, "), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find(" fps"), std::string::npos) << run.output;
+
+        Image screen, reference;
+        ASSERT_TRUE(ReadBmp(shot, screen)) << run.output;
+        ASSERT_TRUE(ReferencePicture(Clip(name), frames - 1, reference));
+        ASSERT_EQ(screen.width, reference.width);
+        ASSERT_EQ(screen.height, reference.height);
+        // Chroma is upsampled by filtering on screen and by repetition here,
+        // so pixels next to a colour edge differ a little; inside flat areas
+        // (the reference equal three pixels away, diagonals included) they agree.
+        double total = 0;
+        int worst = 0, flat = 0;
+        std::string where;
+        for (int y = 0; y < screen.height; ++y) {
+            for (int x = 0; x < screen.width; ++x) {
+                bool isFlat = x >= 3 && y >= 3 && x + 3 < screen.width && y + 3 < screen.height;
+                for (int k = 0; k < 3; ++k) {
+                    const int r = reference.At(x, y)[k];
+                    total += std::abs(screen.At(x, y)[k] - r);
+                    if (isFlat)
+                        for (int dy = -3; dy <= 3; dy += 3)
+                            for (int dx = -3; dx <= 3; dx += 3)
+                                isFlat = isFlat && std::abs(reference.At(x + dx, y + dy)[k] - r) <= 4;
+                }
+                if (!isFlat) continue;
+                ++flat;
+                for (int k = 0; k < 3; ++k) {
+                    const int d = std::abs(screen.At(x, y)[k] - reference.At(x, y)[k]);
+                    if (d > worst) {
+                        worst = d;
+                        where = std::to_string(x) + "," + std::to_string(y) + " channel " + std::to_string(k) + ": " +
+                                std::to_string(screen.At(x, y)[k]) + " vs " + std::to_string(reference.At(x, y)[k]);
+                    }
+                }
+            }
+        }
+        EXPECT_LT(total / screen.rgb.size(), 3.0);
+        EXPECT_GT(flat, screen.width * screen.height / 2);
+        EXPECT_LE(worst, 8) << where;
+    }
+}
+
+TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
+{
+    const std::string shot = s_dir->Path() + "shot.png";
+    DeleteFileA(shot.c_str());
+    const PlayRun run = Play(*s_dir, "--frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    EXPECT_EQ(run.exitCode, 0u) << run.output;
+    Image screen;
+    ASSERT_TRUE(ReadStoredPng(shot, screen));
+    ASSERT_EQ(screen.width, 320);
+    ASSERT_EQ(screen.height, 240);
+    // The privacy region (60% to 92% of the window, lower right) is hatched grey.
+    int grey = 0, total = 0;
+    for (int y = 150; y < 218; ++y)
+        for (int x = 196; x < 292; ++x, ++total) {
+            const unsigned char* p = screen.At(x, y);
+            grey += std::abs(p[0] - 128) < 16 && std::abs(p[1] - 128) < 16 && std::abs(p[2] - 128) < 16;
+        }
+    EXPECT_GT(grey, total / 4);
+    // The tracking box's left edge at 10% of the width is green.
+    const unsigned char* edge = screen.At(32, 120);
+    EXPECT_TRUE(edge[1] > 200 && edge[0] < 120 && edge[2] < 120) << int(edge[0]) << "," << int(edge[1]) << "," << int(edge[2]);
+
+    // A zoom onto the left quarter shows the white bar across the window.
+    const PlayRun zoomed = Play(*s_dir, "--no-overlay --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot + "\" \"" +
+                                        Clip("sample.264") + "\"");
+    EXPECT_EQ(zoomed.exitCode, 0u) << zoomed.output;
+    ASSERT_TRUE(ReadStoredPng(shot, screen));
+    for (int x : {10, 160, 310}) EXPECT_GT(screen.At(x, 20)[0] + screen.At(x, 20)[1] + screen.At(x, 20)[2], 690) << x;
+
+    // Bad input: a usage message and exit code 1; a missing file: 2.
+    EXPECT_EQ(Play(*s_dir, "--frames").exitCode, 1u);
+    EXPECT_EQ(Play(*s_dir, "\"" + s_dir->Path() + "absent.264\"").exitCode, 2u);
+}
+
+}  // namespace
