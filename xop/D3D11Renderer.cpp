@@ -112,7 +112,11 @@ bool D3D11Renderer::SetWnd(HWND window) {
     return true;
 }
 
-bool D3D11Renderer::CreateDevice(UINT flags, HRESULT* result) {
+// Device and immediate context (first driver type that works), the DXGI
+// factory behind them (kept in `factory` when asked for), and multithread
+// protection. On failure: the message with `func` and its line, nothing kept.
+bool D3D11Renderer::CreateDevice(UINT flags, const char* func, int deviceLine, int factoryLine,
+                                 IDXGIFactory1** factory) {
     static const D3D_DRIVER_TYPE kDriverTypes[] = {D3D_DRIVER_TYPE_HARDWARE, D3D_DRIVER_TYPE_WARP,
                                                    D3D_DRIVER_TYPE_REFERENCE};
     static const D3D_FEATURE_LEVEL kLevels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0,
@@ -124,8 +128,30 @@ bool D3D11Renderer::CreateDevice(UINT flags, HRESULT* result) {
                                &m_featureLevel, &m_context);
         if (SUCCEEDED(hr)) break;
     }
-    *result = hr;
-    return SUCCEEDED(hr);
+    if (FAILED(hr)) {
+        DebugPrint("[%s:%d] D3D11CreateDevice() failed, %x \n \n", func, deviceLine, (unsigned)hr);
+        ReleaseDevice();
+        return false;
+    }
+    IDXGIFactory1* dxgiFactory = nullptr;
+    hr = CreateFactory(&dxgiFactory);
+    if (FAILED(hr)) {
+        DebugPrint("[%s:%d] Get DXGI factory failed, %x \n \n", func, factoryLine, (unsigned)hr);
+        ReleaseDevice();
+        return false;
+    }
+    if (factory) {
+        *factory = dxgiFactory;
+    } else {
+        dxgiFactory->Release();
+    }
+    ID3D10Multithread* multithread = nullptr;
+    if (SUCCEEDED(m_device->QueryInterface(IID_ID3D10Multithread, reinterpret_cast<void**>(&multithread))) &&
+        multithread) {
+        if (!multithread->GetMultithreadProtected()) multithread->SetMultithreadProtected(TRUE);
+        multithread->Release();
+    }
+    return true;
 }
 
 // The DXGI factory that made the device's adapter.
@@ -149,37 +175,18 @@ bool D3D11Renderer::CreateSwapChainOn(IDXGIFactory1* factory, const RECT& client
     return SUCCEEDED(*result);
 }
 
-static void MakeMultithreadProtected(ID3D11Device* device) {
-    ID3D10Multithread* multithread = nullptr;
-    if (SUCCEEDED(device->QueryInterface(IID_ID3D10Multithread, reinterpret_cast<void**>(&multithread))) &&
-        multithread) {
-        if (!multithread->GetMultithreadProtected()) multithread->SetMultithreadProtected(TRUE);
-        multithread->Release();
-    }
-}
-
 bool D3D11Renderer::InitDevice() {
     RECT client = {};
     if (!GetClientRect(m_hWnd, &client)) return false;
-    HRESULT hr = S_OK;
-    if (!CreateDevice(D3D11_CREATE_DEVICE_BGRA_SUPPORT, &hr)) {
-        DebugPrint("[%s:%d] D3D11CreateDevice() failed, %x \n \n", kInitDevice, 261, (unsigned)hr);
-        ReleaseDevice();
-        return false;
-    }
     IDXGIFactory1* factory = nullptr;
-    hr = CreateFactory(&factory);
-    if (FAILED(hr)) {
-        DebugPrint("[%s:%d] Get DXGI factory failed, %x \n \n", kInitDevice, 280, (unsigned)hr);
-        ReleaseDevice();
-        return false;
-    }
-    MakeMultithreadProtected(m_device);
+    if (!CreateDevice(D3D11_CREATE_DEVICE_BGRA_SUPPORT, kInitDevice, 261, 280, &factory)) return false;
+    HRESULT hr = S_OK;
     if (!CreateSwapChainOn(factory, client, &hr)) {
         DebugPrint("[%s:%d] Create swap chain failed, %x \n \n", kInitDevice, 307, (unsigned)hr);
         ReleaseDevice();
         return false;
     }
+    // Without these the device still shows pictures, only without overlays.
     hr = D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, IID_ID2D1Factory, nullptr,
                            reinterpret_cast<void**>(m_d2dFactory.ReleaseAndGetAddressOf()));
     if (FAILED(hr)) DebugPrint("[%s:%d] D2D1CreateFactory() failed, %x \n \n", kInitDevice, 313, (unsigned)hr);
@@ -189,24 +196,7 @@ bool D3D11Renderer::InitDevice() {
     return true;
 }
 
-bool D3D11Renderer::InitDeviceOnly() {
-    HRESULT hr = S_OK;
-    if (!CreateDevice(0, &hr)) {
-        DebugPrint("[%s:%d] D3D11CreateDevice() failed, %x \n \n", kInitDeviceOnly, 436, (unsigned)hr);
-        ReleaseDevice();
-        return false;
-    }
-    IDXGIFactory1* factory = nullptr;
-    hr = CreateFactory(&factory);
-    if (FAILED(hr)) {
-        DebugPrint("[%s:%d] Get DXGI factory failed, %x \n \n", kInitDeviceOnly, 455, (unsigned)hr);
-        ReleaseDevice();
-        return false;
-    }
-    factory->Release();
-    MakeMultithreadProtected(m_device);
-    return true;
-}
+bool D3D11Renderer::InitDeviceOnly() { return CreateDevice(0, kInitDeviceOnly, 436, 455, nullptr); }
 
 bool D3D11Renderer::CreateSwapChain() {
     SafeRelease(m_swapChain);

@@ -103,7 +103,7 @@ protected:
 
 private:
     HRESULT CreateFactory(IDXGIFactory1** factory);
-    bool CreateDevice(UINT flags, HRESULT* result);
+    bool CreateDevice(UINT flags, const char* func, int deviceLine, int factoryLine, IDXGIFactory1** factory);
     bool CreateSwapChainOn(IDXGIFactory1* factory, const RECT& client, HRESULT* result);
     void ReleaseDevice();
     void ResetBanks();

@@ -439,7 +439,7 @@ TEST(Conversion, SecondPlanarVariantConvertsWithBt709) {
 namespace {
 
 // Forwards to a real swap chain but answers Present with a chosen result.
-class PresentResult : public IDXGISwapChain {
+class PresentResult final : public IDXGISwapChain {
 public:
     PresentResult(IDXGISwapChain* real, HRESULT result) : m_real(real), m_result(result) {}
     ~PresentResult() { m_real->Release(); }
