@@ -121,14 +121,14 @@ protected:
     }
 
     // A render object on a new window; its device written back into `init`.
-    QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr)
+    QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr, int length = sizeof(RenderInitParam))
     {
         RenderInitParam local;
         init = init ? init : &local;
         memset(init, 0, sizeof(*init));
         init->hWnd = wnd;
         QuillonRenderHandle h = NewRender();
-        EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, init, sizeof(*init)), 0);
+        EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, init, length), 0);
         EXPECT_NE(init->device, nullptr);
         return h;
     }
@@ -280,7 +280,7 @@ TEST_F(Render, CpuPicturesShowTheirColoursAndShortRecordsTakeTheCpuPath)
 TEST_F(Render, PaddedLumaRowsStillFindChromaAtWidthTimesHeight)
 {
     HWND wnd = NewWindow(200, 20, 128, 96);
-    QuillonRenderHandle h = OnWindow(wnd);
+    QuillonRenderHandle h = OnWindow(wnd, nullptr, 8);  // 8 bytes: the window alone
     const int w = 64, hh = 48, line = 128;
     // Y rows of 128 bytes, U at w*h = 3072 and V at 5*w*h/4 = 3840 with
     // chroma rows of 64 bytes: the planes overlap, as a padding host's do.
@@ -595,7 +595,7 @@ TEST_F(Render, HardwarePathFailsCleanlyWhereNv12CannotBeSampled)
 TEST_F(Render, ReadBackMakesItsStagingTextureOnceAndCopiesBackByLength)
 {
     RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(nullptr, &init);
+    QuillonRenderHandle h = OnWindow(nullptr, &init, 4096);  // more than 72: 72 copied
     ID3D11Texture2D* small = MakeNv12Array(init.device, 64, 48, D3D11_BIND_DECODER);
     ID3D11Texture2D* large = MakeNv12Array(init.device, 256, 192, D3D11_BIND_DECODER);
     ASSERT_NE(small, nullptr);
