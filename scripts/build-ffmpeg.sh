@@ -38,6 +38,11 @@ KEY=$(printf '%s\n' "$RECIPE" "${CONFIG_FLAGS[@]}" | sha1sum | cut -c1-10)
 log() { echo "[ffmpeg] $*" >&2; }
 [[ ${1:-} == --key ]] && { echo "$KEY"; exit 0; }
 
+# One build at a time: concurrent set-ups wait for the first one's result.
+mkdir -p "$CACHE_ROOT"
+exec 9>"$CACHE_ROOT/ffmpeg.lock"
+flock 9
+
 # --- source ---------------------------------------------------------------
 SRC_CACHE=$CACHE_ROOT/ffmpeg-src
 mkdir -p "$SRC_CACHE"
