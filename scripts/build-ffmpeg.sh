@@ -31,9 +31,15 @@ CONFIG_FLAGS=(
   --enable-filter=buffer,buffersink,format,null,scale
   --extra-cflags=-O2 --extra-ldflags=-static
 )
-# Bump RECIPE when the steps below change what ends up in the module.
-RECIPE=1
-KEY=$(printf '%s\n' "$RECIPE" "${CONFIG_FLAGS[@]}" | sha1sum | cut -c1-10)
+# Two cache levels: the compiled libraries and headers, keyed by the configure
+# flags, and the linked module, keyed also by the link step; a change to the
+# link step does not compile FFmpeg again.
+# Bump COMPILE_RECIPE when the compile steps change, RECIPE when the link step
+# changes what ends up in the module.
+COMPILE_RECIPE=1
+RECIPE=2
+LIBKEY=$(printf '%s\n' "$COMPILE_RECIPE" "${CONFIG_FLAGS[@]}" | sha1sum | cut -c1-10)
+KEY=$(printf '%s\n' "$LIBKEY" "$RECIPE" | sha1sum | cut -c1-10)
 
 log() { echo "[ffmpeg] $*" >&2; }
 [[ ${1:-} == --key ]] && { echo "$KEY"; exit 0; }
@@ -65,27 +71,40 @@ if [[ -z $orig ]]; then
   [[ -n $orig ]] || { log "the $SUITE suite holds no ffmpeg 7.1 source"; exit 1; }
 fi
 VERSION=$(basename "$orig" | sed -E 's/^ffmpeg_(.*)\.orig\.tar\.xz$/\1/')
+DSC=$(ls "$SRC_CACHE"/ffmpeg_"$VERSION"-*.dsc 2>/dev/null | sort -V | tail -n1 || true)
+DEBVERSION=$(basename "${DSC:-ffmpeg_$VERSION.dsc}" .dsc | sed 's/^ffmpeg_//')
+LIBS_OUT=$CACHE_ROOT/ffmpeg-$VERSION-$LIBKEY
 OUT=$CACHE_ROOT/ffmpeg-$VERSION-$KEY
 if [[ -f $OUT/bin/ffmpeg-7.dll && -f $OUT/.done ]]; then
   echo "$OUT"; exit 0
 fi
 
-# --- build ----------------------------------------------------------------
-BUILD=$CACHE_ROOT/ffmpeg-build-$VERSION-$KEY
-rm -rf "$BUILD" "$OUT"
-mkdir -p "$BUILD" "$OUT/bin"
-log "building FFmpeg $VERSION in $BUILD"
-tar -xf "$orig" -C "$BUILD" --strip-components=1
-cd "$BUILD"
-./configure --prefix="$OUT" "${CONFIG_FLAGS[@]}" > configure.log 2>&1 || { tail -30 configure.log >&2; exit 1; }
-grep -q '^#define CONFIG_D3D11VA 1' config.h || { log "configure dropped d3d11va"; exit 1; }
-make -j"$(nproc)" > make.log 2>&1 || { tail -40 make.log >&2; exit 1; }
-make install > install.log 2>&1
+# --- compile: static libraries and headers --------------------------------
+if [[ ! -f $LIBS_OUT/.done && ! -f $LIBS_OUT/.libs ]]; then
+  BUILD=$CACHE_ROOT/ffmpeg-build-$VERSION-$LIBKEY
+  rm -rf "$BUILD" "$LIBS_OUT"
+  mkdir -p "$BUILD" "$LIBS_OUT"
+  log "building FFmpeg $VERSION in $BUILD"
+  tar -xf "$orig" -C "$BUILD" --strip-components=1
+  cd "$BUILD"
+  ./configure --prefix="$LIBS_OUT" "${CONFIG_FLAGS[@]}" > configure.log 2>&1 || { tail -30 configure.log >&2; exit 1; }
+  grep -q '^#define CONFIG_D3D11VA 1' config.h || { log "configure dropped d3d11va"; exit 1; }
+  make -j"$(nproc)" > make.log 2>&1 || { tail -40 make.log >&2; exit 1; }
+  make install > install.log 2>&1
+  cp COPYING.LGPLv2.1 "$LIBS_OUT/COPYING.LGPLv2.1"
+  touch "$LIBS_OUT/.libs"
+  cd "$CACHE_ROOT"
+  rm -rf "$BUILD"
+fi
 
-# One module: every public entry point of the six libraries.
+# --- link: one module with every public entry point of the six libraries ---
+rm -rf "$OUT"
+mkdir -p "$OUT/bin" "$OUT/lib" "$OUT/obj"
+cp -a "$LIBS_OUT/include" "$OUT/include"
+cp "$LIBS_OUT/COPYING.LGPLv2.1" "$OUT/COPYING.LGPLv2.1"
 LIBS=(avformat avcodec avfilter swscale swresample avutil)
 ARCHIVES=()
-for l in "${LIBS[@]}"; do ARCHIVES+=("$OUT/lib/lib$l.a"); done
+for l in "${LIBS[@]}"; do ARCHIVES+=("$LIBS_OUT/lib/lib$l.a"); done
 {
   echo "LIBRARY ffmpeg-7.dll"
   echo "EXPORTS"
@@ -94,14 +113,54 @@ for l in "${LIBS[@]}"; do ARCHIVES+=("$OUT/lib/lib$l.a"); done
     grep -E '^(av_|avcodec_|avformat_|avio_|avutil_|avfilter_|avsubtitle_|sws_|swscale_|swr_|swresample_)' |
     sort -u
 } > "$OUT/lib/ffmpeg-7.def"
-$HOST-gcc-posix -shared -o "$OUT/bin/ffmpeg-7.dll" "$OUT/lib/ffmpeg-7.def" \
+
+# Version resource: FFmpeg's own version number, licence and origin.
+IFS=. read -r V1 V2 V3 <<< "${VERSION%%[^0-9.]*}"
+cat > "$OUT/obj/version.rc" <<RC
+#include <winver.h>
+1 VERSIONINFO
+FILEVERSION     ${V1:-0},${V2:-0},${V3:-0},0
+PRODUCTVERSION  ${V1:-0},${V2:-0},${V3:-0},0
+FILEFLAGSMASK   VS_FFI_FILEFLAGSMASK
+FILEFLAGS       0
+FILEOS          VOS_NT_WINDOWS32
+FILETYPE        VFT_DLL
+FILESUBTYPE     VFT2_UNKNOWN
+BEGIN
+  BLOCK "StringFileInfo"
+  BEGIN
+    BLOCK "040904b0"
+    BEGIN
+      VALUE "CompanyName",      "FFmpeg project"
+      VALUE "FileDescription",  "FFmpeg $VERSION libraries (LGPL v2.1 or later) for the Quillon SDK"
+      VALUE "FileVersion",      "$VERSION"
+      VALUE "InternalName",     "ffmpeg-7"
+      VALUE "LegalCopyright",   "Copyright the FFmpeg developers; GNU LGPL v2.1 or later"
+      VALUE "OriginalFilename", "ffmpeg-7.dll"
+      VALUE "ProductName",      "FFmpeg"
+      VALUE "ProductVersion",   "$VERSION"
+      VALUE "Comments",         "Built from Debian source package ffmpeg $DEBVERSION"
+    END
+  END
+  BLOCK "VarFileInfo"
+  BEGIN
+    VALUE "Translation", 0x409, 1200
+  END
+END
+RC
+$HOST-windres -O coff -i "$OUT/obj/version.rc" -o "$OUT/obj/version.o"
+
+$HOST-gcc-posix -shared -o "$OUT/bin/ffmpeg-7.dll" "$OUT/lib/ffmpeg-7.def" "$OUT/obj/version.o" \
   -Wl,--whole-archive "${ARCHIVES[@]}" -Wl,--no-whole-archive \
   -static -static-libgcc -lbcrypt -lole32 -luser32 -lpsapi -lshlwapi \
   -Wl,--out-implib,"$OUT/lib/libffmpeg-7.dll.a"
 $HOST-strip "$OUT/bin/ffmpeg-7.dll"
-cp COPYING.LGPLv2.1 "$OUT/COPYING.LGPLv2.1"
-echo "$VERSION ${CONFIG_FLAGS[*]}" > "$OUT/BUILDINFO"
+rm -rf "$OUT/obj"
+{
+  echo "FFmpeg $VERSION, Debian source package ffmpeg $DEBVERSION (suite $SUITE, file $(basename "$orig"))"
+  echo "configure ${CONFIG_FLAGS[*]}"
+  echo "linked as one module: ${LIBS[*]}"
+} > "$OUT/BUILDINFO"
 touch "$OUT/.done"
-rm -rf "$BUILD"
 log "done: $OUT/bin/ffmpeg-7.dll"
 echo "$OUT"
