@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# The main job: sets up what is missing, builds, and runs the demonstration.
-# Until the sample player exists, it writes records through the core-services
-# module and shows the resulting log file.
+# The main job: sets up what is missing and builds, generates short sample
+# clips of a synthetic moving pattern (H.264 with x264, HEVC with x265),
+# plays them with QuillonPlay.exe in a window under Xvfb + Wine, and writes a
+# screenshot of the window after the last picture of each.
+#   scripts/demo.sh [extra QuillonPlay options]
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
-BUILD=$("$ROOT/scripts/setup.sh")
-rm -f "$BUILD/bin/Velmor.log"
-"$ROOT/scripts/with-display.sh" "$ROOT/scripts/wine-run.sh" "$BUILD/bin/LogDemo.exe"
-echo "--- $BUILD/bin/Velmor.log"
-cat "$BUILD/bin/Velmor.log"
+"$ROOT/scripts/play-sample.sh" h264 "$@"
+"$ROOT/scripts/play-sample.sh" hevc "$@"
