@@ -167,6 +167,12 @@ void QUILLON_CALL DrawOverlays(ShowFrameData* frame, void* user)
     const long long t = s->timestampMs;
     snprintf(text.text, sizeof(text.text), "%02lld:%02lld:%02lld.%03lld  #%d", t / 3600000, t / 60000 % 60,
              t / 1000 % 60, t % 1000, s->frameNumber);
+    // A dark copy one pixel down and right keeps the text readable on light bars.
+    OverlayParam shadow = text;
+    shadow.color = 0;
+    shadow.points[0] = {9, 5};
+    shadow.points[1] = {w - 7, 5 + text.lineWidth * 2};
+    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_TEXT, &shadow, sizeof(shadow));
     text.points[0] = {8, 4};
     text.points[1] = {w - 8, 4 + text.lineWidth * 2};
     s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
