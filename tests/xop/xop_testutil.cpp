@@ -46,7 +46,13 @@ Picture SolidYuv(int format, int w, int h, uint8_t y, uint8_t u, uint8_t v, int 
     return p;
 }
 
+void PumpMessages() {
+    MSG msg;
+    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
+}
+
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record) {
+    PumpMessages();
     if (r.m_frameFormat != image.format || r.m_frameWidth != image.width || r.m_frameHeight != image.height)
         r.InitInputTextures(image.width, image.height, image.format);
     r.BeginFrame();

@@ -64,7 +64,12 @@ Picture Bgra(int w, int h, F pixel) {
     return p;
 }
 
-// One picture through the frame steps, as the render front drives them.
+// Handles the thread's pending window messages, so that no late repaint of
+// a test window's background covers a picture presented after it.
+void PumpMessages();
+
+// One picture through the frame steps, as the render front drives them
+// (pending window messages handled first).
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record = nullptr);
 
 // 0xAARRGGBB of texel (x, y) of a BGRA texture, read through a staging copy.
