@@ -93,6 +93,11 @@ typedef struct SurfaceRecord {
 
 /* ---- render records ----------------------------------------------------- */
 
+/* Render result codes (besides 0 and -1). */
+#define QUILLON_ERR_NULL_RECORD (-101)    /* the record pointer is NULL */
+#define QUILLON_ERR_NO_DEVICE (-200)      /* QuillonRenderShowFrame before QuillonRenderInitDevice */
+#define QUILLON_RENDER_RELEASED 1         /* QuillonRenderRelease's success result */
+
 /* QuillonRenderInitDevice: the window to draw into (NULL: a device without a
  * swap chain); the library writes the device it made into `device`. */
 typedef struct RenderInitParam {
