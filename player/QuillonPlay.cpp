@@ -337,20 +337,9 @@ bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
 {
     m_unshown.push_back(unit);
     m_unshownTimes.push_back(timestampMs);
-    std::vector<uint8_t> buffer(sizeof(FrameHead) + unit.size());
-    FrameHead* head = reinterpret_cast<FrameHead*>(buffer.data());
-    head->timestamp = static_cast<unsigned int>(timestampMs);
-    head->payloadLength = static_cast<unsigned int>(unit.size());
-    memcpy(buffer.data() + sizeof(FrameHead), unit.data(), unit.size());
-
     SurfaceRecord surface;
-    memset(&surface, 0, sizeof(surface));
     DecOut out;
-    memset(&out, 0, sizeof(out));
-    out.surfaceRecordSize = sizeof(surface);
-    out.surfaceRecord = &surface;
-    const int rc = m_sdk.QuillonDecoderDecodeOneFrame(m_decoder, buffer.data(), static_cast<unsigned int>(buffer.size()),
-                                                      &out);
+    const int rc = m_sdk.DecodeUnit(m_decoder, unit, static_cast<unsigned int>(timestampMs), out, surface);
     if (rc != 0) {
         if (m_shown == 0) SwitchToSoftware("hardware decoding failed (" + std::to_string(rc) + ")");
         return true;  // a damaged frame later on is skipped

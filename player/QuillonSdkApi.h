@@ -4,7 +4,10 @@
 // in words instead of a loader dialog.
 #include <windows.h>
 
+#include <cstdint>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "QuillonSDK.h"
 
@@ -37,5 +40,23 @@ struct QuillonSdkApi {
         QUILLON_PLAYER_FUNCTIONS(QUILLON_PLAYER_BIND)
 #undef QUILLON_PLAYER_BIND
         return true;
+    }
+
+    // One access unit through QuillonDecoderDecodeOneFrame: the unit behind a
+    // FrameHead carrying `timestamp`, the picture's place written to
+    // `surface` (texture left NULL while the decoder holds the picture back).
+    int DecodeUnit(QuillonDecoderHandle decoder, const std::vector<uint8_t>& unit, unsigned int timestamp,
+                   DecOut& out, SurfaceRecord& surface) const
+    {
+        std::vector<uint8_t> buffer(sizeof(FrameHead) + unit.size());
+        FrameHead* head = reinterpret_cast<FrameHead*>(buffer.data());
+        head->timestamp = timestamp;
+        head->payloadLength = static_cast<unsigned int>(unit.size());
+        if (!unit.empty()) memcpy(buffer.data() + sizeof(FrameHead), unit.data(), unit.size());
+        memset(&surface, 0, sizeof(surface));
+        memset(&out, 0, sizeof(out));
+        out.surfaceRecordSize = sizeof(surface);
+        out.surfaceRecord = &surface;
+        return QuillonDecoderDecodeOneFrame(decoder, buffer.data(), static_cast<unsigned int>(buffer.size()), &out);
     }
 };

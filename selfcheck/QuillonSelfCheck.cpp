@@ -214,19 +214,9 @@ Outcome DecodeAndCompare(QuillonSdkApi& sdk, const Clip& clip)
     }
     if (o.error.empty()) printf("\n%-6s %-9s %-8s %-8s %-8s %s\n", "Frame", "Time(ms)", "PSNR-Y", "PSNR-U", "PSNR-V", "Result");
     for (size_t i = 0; o.error.empty() && i < clip.units.size(); ++i) {
-        const std::vector<uint8_t>& unit = clip.units[i];
-        std::vector<uint8_t> buffer(sizeof(FrameHead) + unit.size());
-        FrameHead* head = reinterpret_cast<FrameHead*>(buffer.data());
-        head->timestamp = static_cast<unsigned int>(clip.times[i]);
-        head->payloadLength = static_cast<unsigned int>(unit.size());
-        memcpy(buffer.data() + sizeof(FrameHead), unit.data(), unit.size());
         SurfaceRecord surface;
-        memset(&surface, 0, sizeof(surface));
         DecOut out;
-        memset(&out, 0, sizeof(out));
-        out.surfaceRecordSize = sizeof(surface);
-        out.surfaceRecord = &surface;
-        rc = sdk.QuillonDecoderDecodeOneFrame(decoder, buffer.data(), unsigned(buffer.size()), &out);
+        rc = sdk.DecodeUnit(decoder, clip.units[i], static_cast<unsigned int>(clip.times[i]), out, surface);
         if (rc != 0) {
             o.error = "QuillonDecoderDecodeOneFrame returned " + std::to_string(rc) + " at frame " + std::to_string(i);
             break;
