@@ -222,7 +222,7 @@ bool D3D11Renderer::CreateRenderer() {
     SafeRelease(m_pointSampler);
     SafeRelease(m_linearSampler);
     SafeRelease(m_renderTargetView);
-    if (m_currentOutput) m_currentOutput = nullptr;  // it lived in the bank replaced below
+    m_currentOutput = nullptr;  // it lived in the bank replaced below
     for (auto& t : m_outputTextures) t.reset(new (std::nothrow) D3D11RenderTexture(m_swapChain));
 
     ID3D11Texture2D* backBuffer = nullptr;
