@@ -237,7 +237,8 @@ QUILLON_API int QUILLON_CALL QuillonRenderRelease(QuillonRenderHandle handle);
 #endif
 
 /* ---- layout checks ------------------------------------------------------ */
-#if (defined(__cplusplus) && __cplusplus >= 201103L) || (defined(_MSC_VER) && _MSC_VER >= 1900)
+/* MSVC reports __cplusplus as 199711L unless /Zc:__cplusplus is given. */
+#if defined(__cplusplus) && (__cplusplus >= 201103L || (defined(_MSC_VER) && _MSC_VER >= 1900))
 #define QUILLON_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define QUILLON_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)

@@ -6,6 +6,10 @@
 
 #include "QuillonSDK.h"
 
+#if defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L && !defined(QUILLON_STATIC_ASSERT)
+#error "the header's layout checks are off in C11"
+#endif
+
 static int failures = 0;
 
 static void expect(const char* what, int got, int want)

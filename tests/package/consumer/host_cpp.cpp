@@ -5,6 +5,10 @@
 
 #include "QuillonSDK.h"
 
+#ifndef QUILLON_STATIC_ASSERT
+#error "the header's layout checks are off in C++11"
+#endif
+
 static int failures = 0;
 
 static void expect(const char* what, long long got, long long want)
