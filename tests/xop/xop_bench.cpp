@@ -120,6 +120,14 @@ double BaselineFps(HWND window, const xop::FrameImage& image) {
     ID3D11SamplerState* sampler = nullptr;
     dev->CreateSamplerState(&smp, &sampler);
     const D3D11_VIEWPORT vp = {0, 0, fw, fh, 0, 1};
+    // The quad's winding is counter-clockwise: without culling off it would
+    // not be drawn at all (as in the renderer's own rasterizer state).
+    D3D11_RASTERIZER_DESC rd = {};
+    rd.FillMode = D3D11_FILL_SOLID;
+    rd.CullMode = D3D11_CULL_NONE;
+    rd.DepthClipEnable = TRUE;
+    ID3D11RasterizerState* raster = nullptr;
+    dev->CreateRasterizerState(&rd, &raster);
 
     const double fps = FramesPerSecond([&] {
         for (int i = 0; i < 3; ++i) {
@@ -134,6 +142,7 @@ double BaselineFps(HWND window, const xop::FrameImage& image) {
         ctx->OMSetRenderTargets(1, &rtv, nullptr);
         ctx->ClearRenderTargetView(rtv, black);
         ctx->RSSetViewports(1, &vp);
+        ctx->RSSetState(raster);
         UINT stride = 36, offset = 0;
         ctx->IASetInputLayout(layout);
         ctx->IASetVertexBuffers(0, 1, &vb, &stride, &offset);
@@ -146,7 +155,10 @@ double BaselineFps(HWND window, const xop::FrameImage& image) {
         ctx->Draw(4, 0);
         chain->Present(0, 0);
     });
-    IUnknown* objects[] = {sampler, cb, vb, layout, ps, vs, views[0], views[1], views[2], planes[0], planes[1],
+    // Proof that the loop drew the picture: its centre on the screen.
+    const COLORREF centre = testkit::WaitForClientPixel(window, w / 2, h / 2, [](COLORREF c) { return c != 0; });
+    if (centre == 0) fprintf(stderr, "baseline: nothing drawn\n");
+    IUnknown* objects[] = {raster, sampler, cb, vb, layout, ps, vs, views[0], views[1], views[2], planes[0], planes[1],
                            planes[2], rtv, chain, ctx, dev};
     for (IUnknown* o : objects)
         if (o) o->Release();
