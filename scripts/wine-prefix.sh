@@ -4,19 +4,21 @@
 set -euo pipefail
 export WINEPREFIX=${WINEPREFIX:-${QUILLON_CACHE:-$HOME/.cache/quillon}/wineprefix}
 export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-STAMP=$WINEPREFIX/.quillon-fonts-v1
+STAMP=$WINEPREFIX/.quillon-fonts-v2
 [[ -f $STAMP ]] && exit 0
 echo "[wine] preparing $WINEPREFIX"
 mkdir -p "$WINEPREFIX"
 wineboot -i >/dev/null 2>&1 || true
 reg=$(mktemp --suffix=.reg)
-cat > "$reg" <<'REG'
-REGEDIT4
+# Version 5 registry files are UTF-16: the CJK family name is not ASCII.
+cat <<'REG' | iconv -f UTF-8 -t UTF-16 > "$reg"
+Windows Registry Editor Version 5.00
 
 [HKEY_CURRENT_USER\Software\Wine\Fonts\Replacements]
 "Times New Roman"="Liberation Serif"
 "Arial"="Liberation Sans"
 "Courier New"="Liberation Mono"
+"思源黑体"="WenQuanYi Micro Hei"
 "Microsoft YaHei"="WenQuanYi Micro Hei"
 "SimSun"="WenQuanYi Micro Hei"
 "SimHei"="WenQuanYi Micro Hei"
