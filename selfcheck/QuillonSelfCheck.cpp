@@ -269,11 +269,16 @@ int main()
     ID3D11Device* device = nullptr;
     ID3D11DeviceContext* context = nullptr;
     D3D_FEATURE_LEVEL level = D3D_FEATURE_LEVEL_9_1;
-    HRESULT hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, D3D11_CREATE_DEVICE_VIDEO_SUPPORT, nullptr,
-                                   0, D3D11_SDK_VERSION, &device, &level, &context);
-    if (FAILED(hr))  // some drivers refuse the video flag: look again without it
-        hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0, D3D11_SDK_VERSION, &device,
-                               &level, &context);
+    // The highest level first; runtimes without 11_1 refuse a list naming it,
+    // and some drivers refuse the video flag: try the next combination then.
+    static const D3D_FEATURE_LEVEL levels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0, D3D_FEATURE_LEVEL_10_1,
+                                               D3D_FEATURE_LEVEL_10_0};
+    HRESULT hr = E_FAIL;
+    for (UINT flags : {UINT(D3D11_CREATE_DEVICE_VIDEO_SUPPORT), 0u})
+        for (UINT first = 0; first < 2 && FAILED(hr); ++first)
+            hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, flags, levels + first,
+                                   UINT(sizeof(levels) / sizeof(levels[0])) - first, D3D11_SDK_VERSION, &device, &level,
+                                   &context);
     if (FAILED(hr)) {
         printf("Direct3D 11:    no hardware device (0x%08lx)\n", static_cast<unsigned long>(hr));
         return Verdict(kCannotRun, "no Direct3D 11 hardware device");
