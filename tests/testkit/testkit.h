@@ -69,3 +69,19 @@ COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(
 bool Near(COLORREF c, int r, int g, int b, int tolerance);
 
 }  // namespace testkit
+
+namespace testkit {
+
+// Private bytes of this process (GetProcessMemoryInfo's PrivateUsage).
+size_t PrivateBytes();
+
+// Runs `commandLine` with `directory` as its working directory, stdout and
+// stderr both into `directory`\run.out; waits up to `timeoutMs` and kills it
+// after that (exit code 99).
+struct ProcessRun {
+    DWORD exitCode = 0xFFFFFFFF;
+    std::string output;
+};
+ProcessRun RunProcess(const std::string& directory, const std::string& commandLine, DWORD timeoutMs = 120000);
+
+}  // namespace testkit
