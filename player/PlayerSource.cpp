@@ -10,14 +10,63 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <windows.h>
+
+namespace {
+
+// The FFmpeg functions the player uses, bound by name from ffmpeg-7.dll at
+// run time (the executables import system DLLs only); prototypes from the
+// FFmpeg 7 headers.
+#define PLAYER_FFMPEG_FUNCTIONS(X) \
+    X(av_bsf_alloc) X(av_bsf_free) X(av_bsf_get_by_name) \
+    X(av_bsf_init) X(av_bsf_receive_packet) X(av_bsf_send_packet) \
+    X(av_frame_alloc) X(av_frame_free) X(av_frame_unref) \
+    X(av_new_packet) X(av_packet_alloc) X(av_packet_free) \
+    X(av_packet_unref) X(av_read_frame) X(av_rescale_q) \
+    X(av_strerror) X(avcodec_alloc_context3) X(avcodec_find_decoder) \
+    X(avcodec_free_context) X(avcodec_open2) X(avcodec_parameters_copy) \
+    X(avcodec_receive_frame) X(avcodec_send_packet) X(avformat_close_input) \
+    X(avformat_find_stream_info) X(avformat_open_input) X(sws_freeContext) \
+    X(sws_getCachedContext) X(sws_scale)
+
+struct FfmpegModule {
+#define PLAYER_FFMPEG_SLOT(name) decltype(&::name) name = nullptr;
+    PLAYER_FFMPEG_FUNCTIONS(PLAYER_FFMPEG_SLOT)
+#undef PLAYER_FFMPEG_SLOT
+    std::string missing;  // empty when every function is bound
+
+    FfmpegModule()
+    {
+        HMODULE module = LoadLibraryA("ffmpeg-7.dll");
+        if (!module) {
+            missing = "cannot load ffmpeg-7.dll";
+            return;
+        }
+#define PLAYER_FFMPEG_BIND(name)                                                                     \
+    name = reinterpret_cast<decltype(name)>(reinterpret_cast<void*>(GetProcAddress(module, #name))); \
+    if (!name && missing.empty()) missing = "ffmpeg-7.dll lacks " #name;
+        PLAYER_FFMPEG_FUNCTIONS(PLAYER_FFMPEG_BIND)
+#undef PLAYER_FFMPEG_BIND
+    }
+};
+
+const FfmpegModule& ff()
+{
+    static const FfmpegModule module;
+    return module;
+}
+
+}  // namespace
+
 PlayerSource::~PlayerSource()
 {
-    sws_freeContext(m_sws);
-    av_frame_free(&m_frame);
-    av_packet_free(&m_packet);
-    avcodec_free_context(&m_decoder);
-    av_bsf_free(&m_bsf);
-    avformat_close_input(&m_format);
+    if (!ff().missing.empty()) return;  // nothing was ever allocated
+    ff().sws_freeContext(m_sws);
+    ff().av_frame_free(&m_frame);
+    ff().av_packet_free(&m_packet);
+    ff().avcodec_free_context(&m_decoder);
+    ff().av_bsf_free(&m_bsf);
+    ff().avformat_close_input(&m_format);
 }
 
 bool PlayerSource::Fail(const std::string& what, int err)
@@ -25,7 +74,7 @@ bool PlayerSource::Fail(const std::string& what, int err)
     m_error = what;
     if (err < 0) {
         char text[AV_ERROR_MAX_STRING_SIZE] = {};
-        av_strerror(err, text, sizeof(text));
+        ff().av_strerror(err, text, sizeof(text));
         m_error += std::string(": ") + text;
     }
     return false;
@@ -33,9 +82,10 @@ bool PlayerSource::Fail(const std::string& what, int err)
 
 bool PlayerSource::Open(const std::string& path)
 {
-    int err = avformat_open_input(&m_format, path.c_str(), nullptr, nullptr);
+    if (!ff().missing.empty()) return Fail(ff().missing);
+    int err = ff().avformat_open_input(&m_format, path.c_str(), nullptr, nullptr);
     if (err < 0) return Fail("cannot open " + path, err);
-    err = avformat_find_stream_info(m_format, nullptr);
+    err = ff().avformat_find_stream_info(m_format, nullptr);
     if (err < 0) return Fail("cannot read stream information", err);
 
     for (unsigned i = 0; i < m_format->nb_streams && m_stream < 0; ++i) {
@@ -62,32 +112,32 @@ bool PlayerSource::Open(const std::string& path)
     const uint8_t* extra = par->extradata;
     const bool annexB = par->extradata_size < 4 || (extra[0] == 0 && extra[1] == 0 && (extra[2] == 1 || (extra[2] == 0 && extra[3] == 1)));
     if (!annexB) {
-        const AVBitStreamFilter* filter = av_bsf_get_by_name(m_hevc ? "hevc_mp4toannexb" : "h264_mp4toannexb");
+        const AVBitStreamFilter* filter = ff().av_bsf_get_by_name(m_hevc ? "hevc_mp4toannexb" : "h264_mp4toannexb");
         if (!filter) return Fail("no Annex B conversion filter in the FFmpeg module");
-        err = av_bsf_alloc(filter, &m_bsf);
-        if (err >= 0) err = avcodec_parameters_copy(m_bsf->par_in, par);
+        err = ff().av_bsf_alloc(filter, &m_bsf);
+        if (err >= 0) err = ff().avcodec_parameters_copy(m_bsf->par_in, par);
         if (err >= 0) {
             m_bsf->time_base_in = stream->time_base;
-            err = av_bsf_init(m_bsf);
+            err = ff().av_bsf_init(m_bsf);
         }
         if (err < 0) return Fail("cannot set up the Annex B conversion", err);
     }
-    m_packet = av_packet_alloc();
-    m_frame = av_frame_alloc();
+    m_packet = ff().av_packet_alloc();
+    m_frame = ff().av_frame_alloc();
     if (!m_packet || !m_frame) return Fail("out of memory");
     return true;
 }
 
 bool PlayerSource::ReceiveFiltered(std::vector<uint8_t>& unit, int64_t& timestampMs)
 {
-    if (m_bsf && av_bsf_receive_packet(m_bsf, m_packet) < 0) return false;
+    if (m_bsf && ff().av_bsf_receive_packet(m_bsf, m_packet) < 0) return false;
     const int64_t ts = m_packet->pts != AV_NOPTS_VALUE ? m_packet->pts : m_packet->dts;
     // Raw Annex B files carry no timestamps: count frames at the stream's rate.
-    timestampMs = ts != AV_NOPTS_VALUE ? av_rescale_q(ts, AVRational{m_tbNum, m_tbDen}, AVRational{1, 1000})
+    timestampMs = ts != AV_NOPTS_VALUE ? ff().av_rescale_q(ts, AVRational{m_tbNum, m_tbDen}, AVRational{1, 1000})
                                        : m_units * 1000 * m_rateDen / m_rateNum;
     ++m_units;
     unit.assign(m_packet->data, m_packet->data + m_packet->size);
-    av_packet_unref(m_packet);
+    ff().av_packet_unref(m_packet);
     return true;
 }
 
@@ -96,32 +146,32 @@ bool PlayerSource::NextAccessUnit(std::vector<uint8_t>& unit, int64_t& timestamp
     for (;;) {
         if (m_bsf && ReceiveFiltered(unit, timestampMs)) return true;
         if (m_eof) return false;
-        const int err = av_read_frame(m_format, m_packet);
+        const int err = ff().av_read_frame(m_format, m_packet);
         if (err < 0) {
             m_eof = true;
-            if (m_bsf) av_bsf_send_packet(m_bsf, nullptr);
+            if (m_bsf) ff().av_bsf_send_packet(m_bsf, nullptr);
             continue;
         }
         if (m_packet->stream_index != m_stream || m_packet->size <= 0) {
-            av_packet_unref(m_packet);
+            ff().av_packet_unref(m_packet);
             continue;
         }
         if (!m_bsf) return ReceiveFiltered(unit, timestampMs);
-        if (av_bsf_send_packet(m_bsf, m_packet) < 0) av_packet_unref(m_packet);
+        if (ff().av_bsf_send_packet(m_bsf, m_packet) < 0) ff().av_packet_unref(m_packet);
     }
 }
 
 bool PlayerSource::StartSoftwareDecoder()
 {
-    const AVCodec* codec = avcodec_find_decoder(m_hevc ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
+    const AVCodec* codec = ff().avcodec_find_decoder(m_hevc ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264);
     if (!codec) return Fail("no software decoder in the FFmpeg module");
-    m_decoder = avcodec_alloc_context3(codec);
+    m_decoder = ff().avcodec_alloc_context3(codec);
     if (!m_decoder) return Fail("out of memory");
     // Parameter sets travel in band, as for the hardware decoder.
     m_decoder->width = m_width;
     m_decoder->height = m_height;
     m_decoder->pkt_timebase = AVRational{1, 1000};
-    const int err = avcodec_open2(m_decoder, codec, nullptr);
+    const int err = ff().avcodec_open2(m_decoder, codec, nullptr);
     if (err < 0) return Fail("cannot open the software decoder", err);
     return true;
 }
@@ -131,19 +181,19 @@ bool PlayerSource::DecodeSoftware(const std::vector<uint8_t>& unit, int64_t time
     if (!m_decoder) return Fail("the software decoder is not open");
     int err;
     if (unit.empty()) {
-        err = avcodec_send_packet(m_decoder, nullptr);
+        err = ff().avcodec_send_packet(m_decoder, nullptr);
     } else {
-        if (av_new_packet(m_packet, static_cast<int>(unit.size())) < 0) return Fail("out of memory");
+        if (ff().av_new_packet(m_packet, static_cast<int>(unit.size())) < 0) return Fail("out of memory");
         memcpy(m_packet->data, unit.data(), unit.size());
         m_packet->pts = m_packet->dts = timestampMs;
-        err = avcodec_send_packet(m_decoder, m_packet);
-        av_packet_unref(m_packet);
+        err = ff().avcodec_send_packet(m_decoder, m_packet);
+        ff().av_packet_unref(m_packet);
     }
     if (err < 0 && err != AVERROR_EOF) return Fail("software decoding failed", err);
-    while ((err = avcodec_receive_frame(m_decoder, m_frame)) >= 0) {
+    while ((err = ff().avcodec_receive_frame(m_decoder, m_frame)) >= 0) {
         out.emplace_back();
         ToI420(m_frame, out.back());
-        av_frame_unref(m_frame);
+        ff().av_frame_unref(m_frame);
     }
     if (err != AVERROR(EAGAIN) && err != AVERROR_EOF) return Fail("software decoding failed", err);
     return true;
@@ -170,7 +220,7 @@ void PlayerSource::ToI420(const AVFrame* frame, I420Picture& picture)
         }
         return;
     }
-    m_sws = sws_getCachedContext(m_sws, frame->width, frame->height, format, w, h, AV_PIX_FMT_YUV420P, SWS_POINT,
+    m_sws = ff().sws_getCachedContext(m_sws, frame->width, frame->height, format, w, h, AV_PIX_FMT_YUV420P, SWS_POINT,
                                  nullptr, nullptr, nullptr);
-    if (m_sws) sws_scale(m_sws, frame->data, frame->linesize, 0, frame->height, planes, strides);
+    if (m_sws) ff().sws_scale(m_sws, frame->data, frame->linesize, 0, frame->height, planes, strides);
 }

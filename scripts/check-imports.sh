@@ -1,22 +1,28 @@
 #!/usr/bin/env bash
 # Checks that every given Windows binary imports system DLLs only.
 # Prints each binary's imports; fails on anything outside the list below.
-# With --version-resource first, also checks that each binary carries a
-# VERSIONINFO resource and prints its file version.
+# Options, before the binaries: --version-resource also checks that each
+# binary carries a VERSIONINFO resource and prints its file version;
+# --allow NAME.dll accepts that DLL too (a host linked against the SDK).
 set -euo pipefail
 OBJDUMP=${OBJDUMP:-x86_64-w64-mingw32-objdump}
 STRINGS=${STRINGS:-x86_64-w64-mingw32-strings}
 SYSTEM='^(kernel32|user32|gdi32|msvcrt|advapi32|ole32|oleaut32|shell32|shlwapi|comdlg32|bcrypt|psapi|version|ws2_32|winmm|d3d11|dxgi|d2d1|dwrite|d3dcompiler_47|windowscodecs|ntdll|api-ms-win-[a-z0-9-]+)\.dll$'
 versions=0
-if [[ ${1:-} == --version-resource ]]; then versions=1; shift; fi
+allowed=()
+while [[ ${1:-} == --* ]]; do
+  case $1 in
+    --version-resource) versions=1; shift ;;
+    --allow) allowed+=("${2,,}"); shift 2 ;;
+    *) echo "unknown option $1" >&2; exit 2 ;;
+  esac
+done
 status=0
 for bin in "$@"; do
-  # The SDK's own modules are allowed between each other: a host ships them together.
-  own='^(quillonsdk|velmor|ffmpeg-7)\.dll$'
   imports=$("$OBJDUMP" -p "$bin" | awk '/DLL Name:/{print tolower($3)}' | sort -u)
   echo "$(basename "$bin"): $(echo $imports)"
   for dll in $imports; do
-    if ! [[ $dll =~ $SYSTEM ]] && ! { [[ $(basename "$bin") == *.exe ]] && [[ $dll =~ $own ]]; }; then
+    if ! [[ $dll =~ $SYSTEM ]] && ! [[ " ${allowed[*]} " == *" $dll "* ]]; then
       echo "  not a system DLL: $dll"
       status=1
     fi
