@@ -1,5 +1,6 @@
 #include "player/PlayerSource.h"
 
+#include <cstdio>
 #include <cstring>
 
 extern "C" {
@@ -11,6 +12,8 @@ extern "C" {
 }
 
 #include <windows.h>
+
+#include <atomic>
 
 namespace {
 
@@ -27,7 +30,8 @@ namespace {
     X(avcodec_free_context) X(avcodec_open2) X(avcodec_parameters_copy) \
     X(avcodec_receive_frame) X(avcodec_send_packet) X(avformat_close_input) \
     X(avformat_find_stream_info) X(avformat_open_input) X(sws_freeContext) \
-    X(sws_getCachedContext) X(sws_scale)
+    X(sws_getCachedContext) X(sws_scale) X(av_log_set_callback) \
+    X(av_log_default_callback) X(av_log_format_line2)
 
 struct FfmpegModule {
 #define PLAYER_FFMPEG_SLOT(name) decltype(&::name) name = nullptr;
@@ -56,7 +60,33 @@ const FfmpegModule& ff()
     return module;
 }
 
+std::atomic<int> g_loggedErrors{0};
+
+bool FromDecoder(void* avcl)
+{
+    const AVClass* cls = avcl ? *static_cast<const AVClass* const*>(avcl) : nullptr;
+    return cls && cls->class_name && strcmp(cls->class_name, "AVCodecContext") == 0;
+}
+
+// FFmpeg's errors, and the decoder's warnings (a skipped NAL unit, a
+// concealed slice), are the player's decode-error reports; everything else
+// goes to FFmpeg's default output. May be called from decoding threads.
+void LogCallback(void* avcl, int level, const char* fmt, va_list vl)
+{
+    if (level > AV_LOG_ERROR && !(level <= AV_LOG_WARNING && FromDecoder(avcl))) {
+        ff().av_log_default_callback(avcl, level, fmt, vl);
+        return;
+    }
+    char line[1024] = {};
+    int printPrefix = 1;
+    ff().av_log_format_line2(avcl, level, fmt, vl, line, sizeof(line), &printPrefix);
+    ++g_loggedErrors;
+    fprintf(stderr, "QuillonPlay: decode error: %s%s", line, strchr(line, '\n') ? "" : "\n");
+}
+
 }  // namespace
+
+int PlayerSource::LoggedErrors() { return g_loggedErrors; }
 
 PlayerSource::~PlayerSource()
 {
@@ -83,6 +113,7 @@ bool PlayerSource::Fail(const std::string& what, int err)
 bool PlayerSource::Open(const std::string& path)
 {
     if (!ff().missing.empty()) return Fail(ff().missing);
+    ff().av_log_set_callback(LogCallback);
     int err = ff().avformat_open_input(&m_format, path.c_str(), nullptr, nullptr);
     if (err < 0) return Fail("cannot open " + path, err);
     err = ff().avformat_find_stream_info(m_format, nullptr);
@@ -207,6 +238,7 @@ void PlayerSource::ToI420(const AVFrame* frame, I420Picture& picture)
     picture.width = w;
     picture.height = h;
     picture.timestampMs = frame->best_effort_timestamp != AV_NOPTS_VALUE ? frame->best_effort_timestamp : frame->pts;
+    picture.damaged = (frame->flags & AV_FRAME_FLAG_CORRUPT) || frame->decode_error_flags;
     picture.bytes.assign(static_cast<size_t>(w) * h * 3 / 2, 0);
     uint8_t* planes[4] = {picture.bytes.data(), picture.bytes.data() + w * h, picture.bytes.data() + w * h * 5 / 4,
                           nullptr};

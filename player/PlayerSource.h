@@ -19,6 +19,7 @@ struct I420Picture {
     int width = 0;
     int height = 0;
     int64_t timestampMs = 0;
+    bool damaged = false;  // the decoder concealed errors in this picture
     std::vector<uint8_t> bytes;
 };
 
@@ -46,6 +47,9 @@ public:
     // drains the decoder. Appends every picture that came out.
     bool StartSoftwareDecoder();
     bool DecodeSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs, std::vector<I420Picture>& out);
+
+    // Errors FFmpeg itself reported (each also printed as a decode error).
+    static int LoggedErrors();
 
 private:
     bool Fail(const std::string& what, int err = 0);

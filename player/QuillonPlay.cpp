@@ -236,6 +236,7 @@ private:
     bool FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs);
     bool FeedSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs);
     void SwitchToSoftware(const std::string& reason);
+    void DecodeError(const std::string& what);
     void Shown(int64_t timestampMs);
     bool Done() const { return g_closed || (m_options.frames > 0 && m_shown >= m_options.frames); }
 
@@ -252,6 +253,7 @@ private:
     std::vector<int64_t> m_unshownTimes;
     OverlayState m_overlay;
     int m_shown = 0;
+    int m_decodeErrors = 0;
     DWORD m_start = 0;
 };
 
@@ -320,6 +322,13 @@ void Player::SwitchToSoftware(const std::string& reason)
     for (size_t i = 0; i < units.size() && !m_failed && !Done(); ++i) FeedSoftware(units[i], times[i]);
 }
 
+// A decode error is reported and playing goes on with the next frame.
+void Player::DecodeError(const std::string& what)
+{
+    ++m_decodeErrors;
+    fprintf(stderr, "QuillonPlay: decode error: %s\n", what.c_str());
+}
+
 void Player::Shown(int64_t timestampMs)
 {
     ++m_shown;
@@ -341,8 +350,12 @@ bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
     DecOut out;
     const int rc = m_sdk.DecodeUnit(m_decoder, unit, static_cast<unsigned int>(timestampMs), out, surface);
     if (rc != 0) {
-        if (m_shown == 0) SwitchToSoftware("hardware decoding failed (" + std::to_string(rc) + ")");
-        return true;  // a damaged frame later on is skipped
+        if (m_shown == 0) {
+            SwitchToSoftware("hardware decoding failed (" + std::to_string(rc) + ")");
+        } else {
+            DecodeError("QuillonDecoderDecodeOneFrame returned " + std::to_string(rc));  // skip the frame
+        }
+        return true;
     }
     if (!surface.texture) return true;  // the decoder holds the picture back for now
 
@@ -366,11 +379,10 @@ bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
 bool Player::FeedSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs)
 {
     std::vector<I420Picture> pictures;
-    if (!m_source.DecodeSoftware(unit, timestampMs, pictures)) {
-        fprintf(stderr, "QuillonPlay: %s\n", m_source.Error().c_str());  // skip the damaged unit
-    }
+    if (!m_source.DecodeSoftware(unit, timestampMs, pictures)) DecodeError(m_source.Error());  // skip the unit
     for (I420Picture& picture : pictures) {
         if (Done()) break;
+        if (picture.damaged) DecodeError("picture " + std::to_string(m_shown + 1) + " is damaged (concealed)");
         CropI420(picture, m_options.zoom);
         ShowFrameData frame;
         memset(&frame, 0, sizeof(frame));
@@ -416,8 +428,9 @@ int Player::Run()
     }
     if (m_software && !m_failed && !Done()) FeedSoftware({}, 0);  // the pictures still in the decoder
     const double seconds = (GetTickCount() - m_start) / 1000.0;
-    printf("%sQuillonPlay: shown %d frames in %.2f s (%.1f fps), %s decoding\n", m_options.progress ? "\n" : "",
-           m_shown, seconds, seconds > 0 ? m_shown / seconds : 0.0, m_software ? "software" : "hardware");
+    printf("%sQuillonPlay: shown %d frames in %.2f s (%.1f fps), %s decoding, %d decode errors\n",
+           m_options.progress ? "\n" : "", m_shown, seconds, seconds > 0 ? m_shown / seconds : 0.0,
+           m_software ? "software" : "hardware", m_decodeErrors + PlayerSource::LoggedErrors());
 
     int result = m_failed || m_shown == 0 ? 4 : 0;
     if (!m_options.screenshot.empty()) {
