@@ -5,16 +5,16 @@
 
 #include "core/core_api.h"
 
-// When the two values are equal (CHECK_EQUAL_RETURN) or differ
-// (CHECK_UNEQUAL_RETURN): error-log sequence with the position of the check
-// (func and line given as constants) and the check's own name as the
-// message, then `return ret` from the calling function.
-#define QUILLON_CHECK_RETURN(cond, name, ret, func, line)      \
-    do {                                                       \
-        if (cond) {                                            \
-            QUILLON_LOG_ERROR(func, line, "%s", name);         \
-            return ret;                                        \
-        }                                                      \
+// The checked-return idiom: when `cond` holds, the error-log sequence with
+// the position of the check (func and line given as constants) and
+// `message`, then `return ret` from the calling function. The two value
+// checks use their own names as the message.
+#define QUILLON_CHECK_RETURN(cond, message, ret, func, line) \
+    do {                                                     \
+        if (cond) {                                          \
+            QUILLON_LOG_ERROR(func, line, "%s", message);    \
+            return ret;                                      \
+        }                                                    \
     } while (0)
 
 #define CHECK_EQUAL_RETURN(a, b, ret, func, line) \

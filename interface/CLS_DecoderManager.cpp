@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "core/core_api.h"
+#include "common/QuillonCommonFun.h"
 
 CLS_DecoderManager& CLS_DecoderManager::GetInstance()
 {
@@ -26,29 +26,23 @@ bool CLS_DecoderManager::IsHandleValid(void* _pHandle) const
 
 int CLS_DecoderManager::Initial(void* _pHandle, CreateNeed* _ptCreateNeed, CreateNeedExtern* _ptCreateNeedExtern)
 {
-    if (!IsHandleValid(_pHandle)) {
-        QUILLON_LOG_ERROR("CLS_DecoderManager::Initial", 65, "IsHandleValid faild!");
-        return -1;
-    }
+    QUILLON_CHECK_RETURN(!IsHandleValid(_pHandle), "IsHandleValid faild!", -1,
+                         "CLS_DecoderManager::Initial", 65);
     return static_cast<CLS_D3D11vaDecoder*>(_pHandle)->Initial(_ptCreateNeed, _ptCreateNeedExtern);
 }
 
 int CLS_DecoderManager::DecodeOneFrame(void* _pHandle, unsigned char* _pucFrameData, unsigned int _uiLength,
                                        DecOut* _ptDecOut)
 {
-    if (!IsHandleValid(_pHandle)) {
-        QUILLON_LOG_ERROR("CLS_DecoderManager::DecodeOneFrame", 77, "IsHandleValid faild!");
-        return -1;
-    }
+    QUILLON_CHECK_RETURN(!IsHandleValid(_pHandle), "IsHandleValid faild!", -1,
+                         "CLS_DecoderManager::DecodeOneFrame", 77);
     return static_cast<CLS_D3D11vaDecoder*>(_pHandle)->DecodeOneFrame(_pucFrameData, _uiLength, _ptDecOut);
 }
 
 int CLS_DecoderManager::Release(void* _pHandle)
 {
-    if (!IsHandleValid(_pHandle)) {
-        QUILLON_LOG_ERROR("CLS_DecoderManager::Release", 89, "IsHandleValid faild!");
-        return -1;
-    }
+    QUILLON_CHECK_RETURN(!IsHandleValid(_pHandle), "IsHandleValid faild!", -1,
+                         "CLS_DecoderManager::Release", 89);
     static_cast<CLS_D3D11vaDecoder*>(_pHandle)->ReleaseResources();  // the handle stays registered
     return 0;
 }

@@ -2,17 +2,12 @@
 
 #include <new>
 
-#include "core/core_api.h"
+#include "common/QuillonCommonFun.h"
 #include "render/CLS_D3D11vaDraw.h"
 
 // Unknown handle: error record at the caller's position, then -1.
-#define RENDER_HANDLE_CHECK(handle, func, line)                          \
-    do {                                                                 \
-        if (!IsHandleValid(handle)) {                                    \
-            QUILLON_LOG_ERROR(func, line, "IsHandleValid faild!");       \
-            return -1;                                                   \
-        }                                                                \
-    } while (0)
+#define RENDER_HANDLE_CHECK(handle, func, line) \
+    QUILLON_CHECK_RETURN(!IsHandleValid(handle), "IsHandleValid faild!", -1, func, line)
 
 namespace {
 
