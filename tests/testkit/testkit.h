@@ -85,3 +85,11 @@ struct ProcessRun {
 ProcessRun RunProcess(const std::string& directory, const std::string& commandLine, DWORD timeoutMs = 120000);
 
 }  // namespace testkit
+
+namespace testkit {
+
+// The whole client area (w x h from its top-left corner) read from the
+// screen in one go, row by row, each pixel as a COLORREF.
+std::vector<COLORREF> CaptureClient(HWND window, int w, int h);
+
+}  // namespace testkit
