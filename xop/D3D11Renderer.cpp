@@ -89,6 +89,9 @@ void D3D11Renderer::ReleaseDevice() {
 
 bool D3D11Renderer::Init(HWND window) {
     Lock lock(m_mutex);
+    // Initialising again starts afresh: the first device's objects would
+    // otherwise be overwritten and never released.
+    if (m_device) Destroy();
     m_hWnd = window;
     if (!InitDevice()) return false;
     if (!CreateRenderer()) {
@@ -196,7 +199,11 @@ bool D3D11Renderer::InitDevice() {
     return true;
 }
 
-bool D3D11Renderer::InitDeviceOnly() { return CreateDevice(0, kInitDeviceOnly, 436, 455, nullptr); }
+bool D3D11Renderer::InitDeviceOnly() {
+    Lock lock(m_mutex);
+    if (m_device) Destroy();  // as in Init
+    return CreateDevice(0, kInitDeviceOnly, 436, 455, nullptr);
+}
 
 bool D3D11Renderer::CreateSwapChain() {
     SafeRelease(m_swapChain);

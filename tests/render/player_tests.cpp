@@ -114,34 +114,9 @@ bool ReferencePicture(const std::string& clip, int index, Image& image)
     return true;
 }
 
-struct PlayRun {
-    DWORD exitCode = 0xFFFFFFFF;
-    std::string output;
-};
-
-PlayRun Play(const testkit::StagedDir& dir, const std::string& arguments)
+testkit::ProcessRun Play(const testkit::StagedDir& dir, const std::string& arguments)
 {
-    PlayRun run;
-    const std::string outPath = dir.Path() + "play.out";
-    SECURITY_ATTRIBUTES sa = {sizeof(sa), nullptr, TRUE};
-    HANDLE out = CreateFileA(outPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, 0, nullptr);
-    STARTUPINFOA si = {};
-    si.cb = sizeof(si);
-    si.dwFlags = STARTF_USESTDHANDLES;
-    si.hStdOutput = out;
-    si.hStdError = out;
-    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    PROCESS_INFORMATION pi = {};
-    std::string command = "\"" + dir.Path() + "QuillonPlay.exe\" " + arguments;
-    if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, dir.Path().c_str(), &si, &pi)) {
-        if (WaitForSingleObject(pi.hProcess, 120000) != WAIT_OBJECT_0) TerminateProcess(pi.hProcess, 99);
-        GetExitCodeProcess(pi.hProcess, &run.exitCode);
-        CloseHandle(pi.hProcess);
-        CloseHandle(pi.hThread);
-    }
-    CloseHandle(out);
-    run.output = testkit::ReadFile(outPath);
-    return run;
+    return testkit::RunProcess(dir.Path(), "\"" + dir.Path() + "QuillonPlay.exe\" " + arguments);
 }
 
 size_t Count(const std::string& text, const std::string& what)
@@ -171,7 +146,7 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
         SCOPED_TRACE(name);
         const std::string shot = s_dir->Path() + "shot.bmp";
         DeleteFileA(shot.c_str());
-        const PlayRun run = Play(*s_dir, "--no-overlay --progress --frames " + std::to_string(frames) + " --screenshot \"" +
+        const testkit::ProcessRun run = Play(*s_dir, "--no-overlay --progress --frames " + std::to_string(frames) + " --screenshot \"" +
                                          shot + "\" \"" + Clip(name) + "\"");
         EXPECT_EQ(run.exitCode, 0u) << run.output;
         EXPECT_EQ(Count(run.output, "decoding in software"), 1u) << run.output;
@@ -223,7 +198,7 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
 {
     const std::string shot = s_dir->Path() + "shot.png";
     DeleteFileA(shot.c_str());
-    const PlayRun run = Play(*s_dir, "--frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    const testkit::ProcessRun run = Play(*s_dir, "--frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
     EXPECT_EQ(run.exitCode, 0u) << run.output;
     Image screen;
     ASSERT_TRUE(ReadStoredPng(shot, screen));
@@ -242,7 +217,7 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     EXPECT_TRUE(edge[1] > 200 && edge[0] < 120 && edge[2] < 120) << int(edge[0]) << "," << int(edge[1]) << "," << int(edge[2]);
 
     // A zoom onto the left quarter shows the white bar across the window.
-    const PlayRun zoomed = Play(*s_dir, "--no-overlay --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot + "\" \"" +
+    const testkit::ProcessRun zoomed = Play(*s_dir, "--no-overlay --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot + "\" \"" +
                                         Clip("sample.264") + "\"");
     EXPECT_EQ(zoomed.exitCode, 0u) << zoomed.output;
     ASSERT_TRUE(ReadStoredPng(shot, screen));

@@ -228,6 +228,13 @@ TEST_F(Render, NullRecordsBeforeAndAfterTheDeviceAndReleaseOnce)
     void* device = nullptr;
     EXPECT_EQ(g_sdk.QuillonRenderGetDrawInfo(h, &device, 2), 0);
     EXPECT_EQ(device, init.device);
+    // Initialising again makes a new device and lets go of the first one.
+    IUnknown* first = static_cast<IUnknown*>(init.device);
+    first->AddRef();
+    init.device = nullptr;
+    EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, &init, sizeof(init)), 0);
+    ASSERT_NE(init.device, nullptr);
+    EXPECT_EQ(first->Release(), 0u);
     EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, nullptr, 112), -101);
     EXPECT_EQ(TakeVelmorCalls(), DrawCheck("CLS_D3D11vaDraw::ShowFrame", 73));
     // No window to measure: nothing drawn, no error.

@@ -1,6 +1,7 @@
 #include "testkit/testkit.h"
 
 #include <fcntl.h>
+#include <psapi.h>
 #include <io.h>
 
 #include <cstdio>
@@ -116,7 +117,7 @@ template <typename Fn>
 static Fn VelmorExport(const char* name)
 {
     HMODULE velmor = GetModuleHandleA("Velmor.dll");
-    return velmor ? reinterpret_cast<Fn>(GetProcAddress(velmor, name)) : nullptr;
+    return velmor ? reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(velmor, name))) : nullptr;
 }
 
 std::vector<std::string> TakeVelmorCalls()
@@ -221,11 +222,6 @@ bool Near(COLORREF c, int r, int g, int b, int tolerance)
            abs(GetBValue(c) - b) <= tolerance;
 }
 
-}  // namespace testkit
-
-#include <psapi.h>
-
-namespace testkit {
 
 size_t PrivateBytes()
 {
@@ -268,10 +264,6 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
     run.output = ReadFile(outPath);
     return run;
 }
-
-}  // namespace testkit
-
-namespace testkit {
 
 std::vector<COLORREF> CaptureClient(HWND window, int w, int h)
 {

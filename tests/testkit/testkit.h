@@ -68,10 +68,6 @@ COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(
 // True when every channel of `c` is within `tolerance` of (r, g, b).
 bool Near(COLORREF c, int r, int g, int b, int tolerance);
 
-}  // namespace testkit
-
-namespace testkit {
-
 // Private bytes of this process (GetProcessMemoryInfo's PrivateUsage).
 size_t PrivateBytes();
 
@@ -83,10 +79,6 @@ struct ProcessRun {
     std::string output;
 };
 ProcessRun RunProcess(const std::string& directory, const std::string& commandLine, DWORD timeoutMs = 120000);
-
-}  // namespace testkit
-
-namespace testkit {
 
 // The whole client area (w x h from its top-left corner) read from the
 // screen in one go, row by row, each pixel as a COLORREF.
