@@ -154,6 +154,15 @@ void AddPoint(OverlayParam& p, double fx, double fy, int w, int h)
     ++p.pointCount;
 }
 
+// The four corners of a rectangle given as fractions of the window.
+void AddRect(OverlayParam& p, double left, double top, double right, double bottom, int w, int h)
+{
+    AddPoint(p, left, top, w, h);
+    AddPoint(p, right, top, w, h);
+    AddPoint(p, right, bottom, w, h);
+    AddPoint(p, left, bottom, w, h);
+}
+
 // Runs inside QuillonRenderShowFrame between the overlay pass's begin and
 // end: a timestamp, a tracking box and a hatched privacy region.
 void QUILLON_CALL DrawOverlays(ShowFrameData* frame, void* user)
@@ -179,18 +188,12 @@ void QUILLON_CALL DrawOverlays(ShowFrameData* frame, void* user)
 
     OverlayParam box = Overlay(0x40FF40, 2);
     box.closed = 1;
-    AddPoint(box, 0.10, 0.30, w, h);
-    AddPoint(box, 0.40, 0.30, w, h);
-    AddPoint(box, 0.40, 0.70, w, h);
-    AddPoint(box, 0.10, 0.70, w, h);
+    AddRect(box, 0.10, 0.30, 0.40, 0.70, w, h);
     s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_LINE, &box, sizeof(box));
 
     OverlayParam privacy = Overlay(0x808080, 2);
     privacy.spacing = 4.0f;
-    AddPoint(privacy, 0.60, 0.60, w, h);
-    AddPoint(privacy, 0.92, 0.60, w, h);
-    AddPoint(privacy, 0.92, 0.92, w, h);
-    AddPoint(privacy, 0.60, 0.92, w, h);
+    AddRect(privacy, 0.60, 0.60, 0.92, 0.92, w, h);
     s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_BLURRY, &privacy, sizeof(privacy));
 }
 

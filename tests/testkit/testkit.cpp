@@ -1,5 +1,7 @@
 #include "testkit/testkit.h"
 
+#include "player/Screenshot.h"
+
 #include <fcntl.h>
 #include <psapi.h>
 #include <io.h>
@@ -269,29 +271,14 @@ std::vector<COLORREF> CaptureClient(HWND window, int w, int h)
 {
     MSG msg;
     while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
-    POINT origin = {0, 0};
-    ClientToScreen(window, &origin);
-    HDC screen = GetDC(nullptr);
-    HDC mem = CreateCompatibleDC(screen);
-    HBITMAP bmp = CreateCompatibleBitmap(screen, w, h);
-    HGDIOBJ old = SelectObject(mem, bmp);
-    BitBlt(mem, 0, 0, w, h, screen, origin.x, origin.y, SRCCOPY);
-    SelectObject(mem, old);
-    BITMAPINFO info = {};
-    info.bmiHeader.biSize = sizeof(info.bmiHeader);
-    info.bmiHeader.biWidth = w;
-    info.bmiHeader.biHeight = -h;  // top-down
-    info.bmiHeader.biPlanes = 1;
-    info.bmiHeader.biBitCount = 32;
-    info.bmiHeader.biCompression = BI_RGB;
-    std::vector<DWORD> bgra(static_cast<size_t>(w) * h, 0);
-    GetDIBits(mem, bmp, 0, h, bgra.data(), &info, DIB_RGB_COLORS);
-    DeleteObject(bmp);
-    DeleteDC(mem);
-    ReleaseDC(nullptr, screen);
-    std::vector<COLORREF> pixels(bgra.size());
-    for (size_t i = 0; i < bgra.size(); ++i) {
-        pixels[i] = RGB((bgra[i] >> 16) & 0xFF, (bgra[i] >> 8) & 0xFF, bgra[i] & 0xFF);
+    RgbImage image;  // the player's screen capture
+    std::vector<COLORREF> pixels(static_cast<size_t>(w) * h, 0);
+    if (!::CaptureClient(window, image)) return pixels;
+    for (int y = 0; y < h && y < image.height; ++y) {
+        for (int x = 0; x < w && x < image.width; ++x) {
+            const uint8_t* p = &image.rgb[(static_cast<size_t>(y) * image.width + x) * 3];
+            pixels[static_cast<size_t>(y) * w + x] = RGB(p[0], p[1], p[2]);
+        }
     }
     return pixels;
 }
