@@ -1,5 +1,6 @@
 // Host overlays drawn with Direct2D/DirectWrite into the open drawing pass on
 // the back buffer: polylines, text and hatched masking regions.
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -38,6 +39,44 @@ float EdgeCrossing(int x0, int y0, int x1, int y1, float y) {
 }
 
 bool IsUnsetSlot(const D2D1_POINT_2F& p) { return std::fabs(p.x) < FLT_MIN && std::fabs(p.y) < FLT_MIN; }
+
+// The hatch scan lines worth drawing on a target of `size`: from the first
+// one at start + k * step whose stroke band can reach the target, up to
+// `end`. When more of them would reach it than four per pixel row (a huge
+// region, stroke or a tiny spacing), they are spread out so that a call
+// stays a few thousand draws at most; ordinary hatches are unchanged.
+struct HatchScan {
+    float first, step, end;
+};
+
+HatchScan PlanHatchScan(float start, float maxY, float step, float width, D2D1_SIZE_F size) {
+    const double reach = width / 2.0 + 1.0;
+    const double lo = -reach, hi = std::min<double>(maxY, size.height + reach);
+    double first = start;
+    if (first < lo) first += std::ceil((lo - first) / step) * step;
+    const double budget = 4.0 * (size.height + 2.0);
+    double s = step;
+    if ((hi - first) / s > budget) s = (hi - first) / budget;
+    return {static_cast<float>(first), static_cast<float>(s), static_cast<float>(hi)};
+}
+
+// One hatch line from a to b (same y, a.x < b.x), with the parts that lie
+// off the target cut away first so that huge coordinates or strokes reach
+// Direct2D as the band the target actually shows.
+void DrawHatchLine(ID2D1RenderTarget* target, D2D1_POINT_2F a, D2D1_POINT_2F b, ID2D1Brush* brush, float width,
+                   D2D1_SIZE_F size) {
+    const float right = size.width + 1.0f, bottom = size.height + 1.0f;
+    if (a.x > right) return;
+    if (b.x > right) b.x = right;
+    const float half = width / 2.0f;
+    if (a.y - half < -1.0f || a.y + half > bottom) {
+        const float top = std::max(a.y - half, -1.0f), low = std::min(a.y + half, bottom);
+        if (!(low > top)) return;
+        a.y = b.y = (top + low) / 2.0f;
+        width = low - top;
+    }
+    target->DrawLine(a, b, brush, width, nullptr);
+}
 
 }  // namespace
 
@@ -146,9 +185,11 @@ int32_t D3D11Renderer::InnerOnDrawBlurry(const OverlayParam* param) {
     }
     float step = param->spacing == 0.0f ? 10.0f : param->spacing;
     if (!(step > 0.0f)) step = 10.0f;  // a negative or NaN spacing would never end the scan
+    const D2D1_SIZE_F size = m_d2dRenderTarget->GetSize();
+    const HatchScan scan = PlanHatchScan(minY + 0.5f, maxY, step, width, size);
 
     D2D1_POINT_2F slots[kMaxPoints] = {};  // kept between scan lines
-    for (float y = minY + 0.5f; maxY > y; y += step) {
+    for (float y = scan.first; scan.end > y; y += scan.step) {
         int k = 0;
         for (int j = 0; j < count; ++j) {
             const OverlayPoint& a = pts[j];
@@ -166,10 +207,12 @@ int32_t D3D11Renderer::InnerOnDrawBlurry(const OverlayParam* param) {
             }
             for (int i = 0; i + 1 < k; i += 2) {
                 if (IsUnsetSlot(slots[i]) || IsUnsetSlot(slots[i + 1])) continue;
-                if (slots[i].y == slots[i + 1].y) m_d2dRenderTarget->DrawLine(slots[i], slots[i + 1], brush, width, nullptr);
+                if (slots[i].y == slots[i + 1].y) {
+                    DrawHatchLine(m_d2dRenderTarget.Get(), slots[i], slots[i + 1], brush, width, size);
+                }
             }
         }
-        if (y + step == y) break;  // spacing too small to advance
+        if (y + scan.step == y) break;  // spacing too small to advance
     }
     brush->Release();
     return 0;

@@ -144,6 +144,38 @@ TEST_F(Overlay, HatchSpacingNotAboveTheStrokeCoversSolidly) {
     for (int x = 118; x < 152; x += 4) EXPECT_TRUE(IsBlack(At(x, 0))) << x;
 }
 
+TEST_F(Overlay, HatchFarLargerThanTheWindowDrawsWhatTheWindowShows) {
+    // Regions two billion units tall: one with a normal stroke, one with a
+    // stroke wider than everything. Both come back (drawn line by line they
+    // would take hours) and show exactly their part inside the window.
+    constexpr int kFar = 2000000000;
+    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+        OverlayParam band = Polygon({{20, -kFar}, {60, -kFar}, {60, kFar}, {20, kFar}}, 0x00FFFFFFu, 2);
+        band.spacing = 10.0f;
+        EXPECT_EQ(0, r.InnerOnDrawBlurry(&band));
+        OverlayParam wide = Polygon({{100, -kFar}, {kFar, -kFar}, {kFar, kFar}, {100, kFar}}, 0x0000FF00u, kFar);
+        wide.spacing = 503.0f;
+        EXPECT_EQ(0, r.InnerOnDrawBlurry(&wide));
+    });
+    ASSERT_TRUE(ShowsColour(m_window, 130, 60, 0, 255, 0, 2));
+    // Scan lines at y = 0, 10, ... 120 (the scan keeps its phase), 2 wide.
+    std::vector<int> expected = {0};
+    for (int y = 10; y <= 120; y += 10) {
+        expected.push_back(y - 1);
+        if (y < H) expected.push_back(y);
+    }
+    std::vector<int> rows;
+    for (int y = 0; y < H; ++y) {
+        if (!IsBlack(At(40, y))) rows.push_back(y);
+    }
+    EXPECT_EQ(expected, rows);
+    for (int y : {0, 59, 119}) {
+        EXPECT_TRUE(IsBlack(At(98, y))) << y;
+        EXPECT_TRUE(testkit::Near(At(101, y), 0, 255, 0, 2)) << y;
+        EXPECT_TRUE(testkit::Near(At(159, y), 0, 255, 0, 2)) << y;
+    }
+}
+
 TEST_F(Overlay, TextStaysInsideItsLayoutBox) {
     DebugCapture debug;
     for (int fontType : {0, 1}) {  // "Times New Roman", the CJK family
