@@ -11,14 +11,15 @@ cleanup() {
 }
 trap cleanup EXIT
 if [[ -z ${DISPLAY:-} ]]; then
-  for n in $(seq 90 130); do
-    [[ -e /tmp/.X$n-lock || -e /tmp/.X11-unix/X$n ]] && continue
-    Xvfb ":$n" -screen 0 1920x1200x24 -nolisten tcp >/dev/null 2>&1 &
-    XVFB_PID=$!
-    export DISPLAY=":$n"
-    for _ in $(seq 50); do [[ -e /tmp/.X11-unix/X$n ]] && break; sleep 0.1; done
-    break
-  done
+  # Xvfb picks a free display number itself, so runs started together never
+  # share (and later lose) one server.
+  DISPLAY_FILE=$(mktemp)
+  Xvfb -displayfd 3 -screen 0 1920x1200x24 -nolisten tcp 3>"$DISPLAY_FILE" >/dev/null 2>&1 &
+  XVFB_PID=$!
+  for _ in $(seq 100); do [[ -s $DISPLAY_FILE ]] && break; sleep 0.1; done
+  export DISPLAY=":$(head -n1 "$DISPLAY_FILE")"
+  rm -f "$DISPLAY_FILE"
+  [[ $DISPLAY != ":" ]] || { echo "with-display: Xvfb did not start" >&2; exit 1; }
 fi
 wineserver -p
 # Start Wine's background services now, detached from the command's pipes:
