@@ -135,5 +135,5 @@ void core_log_error_at(const char* file, const char* func, int line, const char*
     core_log_buf_date();
     core_log_buf_msg("file: %s, func:%s, line: %d ", file, func, line);
     CORE_FORMAT(t, fmt);
-    core_err_buf_msg_unlock("%s", t.text);
+    api().inner_sdk_err_buf_msg_unlock(t.text);
 }
