@@ -43,8 +43,9 @@ bool IsUnsetSlot(const D2D1_POINT_2F& p) { return std::fabs(p.x) < FLT_MIN && st
 // The hatch scan lines worth drawing on a target of `size`: from the first
 // one at start + k * step whose stroke band can reach the target, up to
 // `end`. When more of them would reach it than four per pixel row (a huge
-// region, stroke or a tiny spacing), they are spread out so that a call
-// stays a few thousand draws at most; ordinary hatches are unchanged.
+// region, stroke or a tiny spacing), they are spread out evenly to four per
+// row, so a call never walks millions of scan lines; ordinary hatches are
+// unchanged.
 struct HatchScan {
     float first, step, end;
 };
