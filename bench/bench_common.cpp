@@ -50,15 +50,9 @@ double BaselineFps(HWND window, const xop::FrameImage& image, DWORD runMs)
     ID3D11Texture2D* planes[3] = {};
     ID3D11ShaderResourceView* views[3] = {};
     for (int i = 0; i < 3; ++i) {
-        D3D11_TEXTURE2D_DESC td = {};
-        td.Width = i ? (w + 1) / 2 : w;
-        td.Height = i ? (h + 1) / 2 : h;
-        td.MipLevels = td.ArraySize = 1;
-        td.Format = DXGI_FORMAT_R8_UNORM;
-        td.SampleDesc.Count = 1;
-        td.Usage = D3D11_USAGE_DYNAMIC;
-        td.BindFlags = D3D11_BIND_SHADER_RESOURCE;
-        td.CPUAccessFlags = D3D11_CPU_ACCESS_WRITE;
+        const D3D11_TEXTURE2D_DESC td =
+            xop::TextureDesc(i ? (w + 1) / 2 : w, i ? (h + 1) / 2 : h, DXGI_FORMAT_R8_UNORM, D3D11_USAGE_DYNAMIC,
+                             D3D11_BIND_SHADER_RESOURCE, D3D11_CPU_ACCESS_WRITE);
         dev->CreateTexture2D(&td, nullptr, &planes[i]);
         dev->CreateShaderResourceView(planes[i], nullptr, &views[i]);
     }

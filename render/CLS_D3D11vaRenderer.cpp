@@ -113,15 +113,8 @@ int32_t CLS_D3D11vaRenderer::Texture2DToNV12(ID3D11Texture2D* source, uint32_t a
     if (!m_context || !source || !data || !rowPitch) return -1;
     if (!m_stagingTexture && m_device) {
         // Made once: the first read-back's size stays for the renderer's life.
-        D3D11_TEXTURE2D_DESC desc = {};
-        desc.Width = (width + 15) & ~15u;
-        desc.Height = (height + 15) & ~15u;
-        desc.MipLevels = 1;
-        desc.ArraySize = 1;
-        desc.Format = DXGI_FORMAT_NV12;
-        desc.SampleDesc.Count = 1;
-        desc.Usage = D3D11_USAGE_STAGING;
-        desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+        const D3D11_TEXTURE2D_DESC desc = xop::TextureDesc((width + 15) & ~15u, (height + 15) & ~15u, DXGI_FORMAT_NV12,
+                                                           D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
         m_device->CreateTexture2D(&desc, nullptr, &m_stagingTexture);
     }
     if (!m_stagingTexture) return -1;

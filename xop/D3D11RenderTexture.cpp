@@ -85,16 +85,7 @@ bool D3D11RenderTexture::InitTexture(UINT width, UINT height, DXGI_FORMAT format
     SafeRelease(m_lumaView);
     SafeRelease(m_shaderResourceView);
 
-    D3D11_TEXTURE2D_DESC desc = {};
-    desc.Width = width;
-    desc.Height = height;
-    desc.MipLevels = 1;
-    desc.ArraySize = 1;
-    desc.Format = format;
-    desc.SampleDesc.Count = 1;
-    desc.Usage = usage;
-    desc.BindFlags = bindFlags;
-    desc.CPUAccessFlags = cpuAccessFlags;
+    D3D11_TEXTURE2D_DESC desc = TextureDesc(width, height, format, usage, bindFlags, cpuAccessFlags);
     desc.MiscFlags = miscFlags;
     HRESULT hr = m_device->CreateTexture2D(&desc, nullptr, &m_texture);
     if (FAILED(hr)) {

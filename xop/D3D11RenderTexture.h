@@ -8,6 +8,22 @@
 
 namespace xop {
 
+// A one-mip, single-sample 2D texture; flags not given are zero.
+inline D3D11_TEXTURE2D_DESC TextureDesc(UINT width, UINT height, DXGI_FORMAT format, D3D11_USAGE usage,
+                                        UINT bindFlags, UINT cpuAccessFlags = 0, UINT arraySize = 1) {
+    D3D11_TEXTURE2D_DESC desc = {};
+    desc.Width = width;
+    desc.Height = height;
+    desc.MipLevels = 1;
+    desc.ArraySize = arraySize;
+    desc.Format = format;
+    desc.SampleDesc.Count = 1;
+    desc.Usage = usage;
+    desc.BindFlags = bindFlags;
+    desc.CPUAccessFlags = cpuAccessFlags;
+    return desc;
+}
+
 class D3D11RenderTexture {
 public:
     explicit D3D11RenderTexture(IDXGISwapChain* swapChain);

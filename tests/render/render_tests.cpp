@@ -15,7 +15,7 @@
 #include "player/QuillonSdkApi.h"
 #include "render/CLS_D3D11vaDraw.h"
 #include "render/CLS_D3D11vaRenderer.h"
-#include "testkit/testkit.h"
+#include "testkit/staged_sdk.h"
 
 using testkit::TakeVelmorCalls;
 using Calls = std::vector<std::string>;
@@ -60,26 +60,6 @@ bool ShowsYuv(HWND window, int x, int y, int Y, int U, int V)
         << "pixel (" << x << "," << y << ") = " << std::hex << c << ", want rgb " << std::dec << rgb[0] << ","
         << rgb[1] << "," << rgb[2];
     return testkit::Near(c, rgb[0], rgb[1], rgb[2], 6);
-}
-
-// A packed I420 picture of one colour.
-std::vector<unsigned char> SolidI420(int w, int h, int Y, int U, int V)
-{
-    std::vector<unsigned char> p(w * h * 3 / 2);
-    memset(p.data(), Y, w * h);
-    memset(p.data() + w * h, U, w * h / 4);
-    memset(p.data() + w * h * 5 / 4, V, w * h / 4);
-    return p;
-}
-
-ShowFrameData CpuFrame(std::vector<unsigned char>& picture, int w, int h)
-{
-    ShowFrameData f;
-    memset(&f, 0, sizeof(f));
-    f.data = picture.data();
-    f.width = w;
-    f.height = h;
-    return f;
 }
 
 class Render : public ::testing::Test {
@@ -564,15 +544,7 @@ TEST(ZoomSourceRect, RoundsToFourCorrectsPaddedHeightsAndMakesEven)
 
 ID3D11Texture2D* MakeNv12Array(void* device, UINT w, UINT h, UINT bind)
 {
-    D3D11_TEXTURE2D_DESC d = {};
-    d.Width = w;
-    d.Height = h;
-    d.MipLevels = 1;
-    d.ArraySize = 2;
-    d.Format = DXGI_FORMAT_NV12;
-    d.SampleDesc.Count = 1;
-    d.Usage = D3D11_USAGE_DEFAULT;
-    d.BindFlags = bind;
+    const D3D11_TEXTURE2D_DESC d = xop::TextureDesc(w, h, DXGI_FORMAT_NV12, D3D11_USAGE_DEFAULT, bind, 0, 2);
     ID3D11Texture2D* t = nullptr;
     static_cast<ID3D11Device*>(device)->CreateTexture2D(&d, nullptr, &t);
     return t;
