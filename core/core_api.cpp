@@ -43,11 +43,6 @@ bool core_log_enabled(int level)
     return (first != 0 && first >= level) || (second != 0 && second >= level);
 }
 
-void core_log_get_level(int* first, int* second) { api().inner_sdk_log_get_level(first, second); }
-void core_log_set_level(int first, int second, int third) { api().inner_sdk_log_set_level(first, second, third); }
-void core_log_buf_lock() { api().inner_sdk_log_buf_lock(); }
-void core_log_buf_date() { api().inner_sdk_log_buf_date(); }
-
 void core_log_debug(const char* fmt, ...)
 {
     if (!core_log_enabled(LOG_LEVEL_DEBUG)) {

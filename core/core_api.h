@@ -23,8 +23,6 @@ bool core_log_enabled(int level);
 
 void core_log_debug(const char* fmt, ...) CORE_PRINTF(1, 2);
 void core_log_msg(const char* fmt, ...) CORE_PRINTF(1, 2);
-void core_log_buf_lock();
-void core_log_buf_date();
 void core_log_buf_msg(const char* fmt, ...) CORE_PRINTF(1, 2);
 void core_log_buf_msg_always(const char* fmt, ...) CORE_PRINTF(1, 2);
 void core_log_level_msg(int level, const char* fmt, ...) CORE_PRINTF(2, 3);
@@ -34,8 +32,6 @@ void core_log_buf_msg_unlock(const char* fmt, ...) CORE_PRINTF(1, 2);
 int core_log_buf_quit_unlock(const char* fmt, ...) CORE_PRINTF(1, 2);
 void core_err_buf_msg_unlock(const char* fmt, ...) CORE_PRINTF(1, 2);
 void core_err_buf_quit_unlock(const char* fmt, ...) CORE_PRINTF(1, 2);
-void core_log_get_level(int* first, int* second);
-void core_log_set_level(int first, int second, int third);
 
 // The error-log sequence: lock, date, the position line
 // "file: %s, func:%s, line: %d " (gated at 200), then the error text.
