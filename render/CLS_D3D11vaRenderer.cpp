@@ -42,9 +42,7 @@ int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* frame)
                            static_cast<UINT>(crop.right), static_cast<UINT>(crop.bottom), 1};
     const int cropW = crop.right - crop.left;
     const int cropH = crop.bottom - crop.top;
-    if (m_frameFormat != xop::kFrameNv12 || m_frameWidth != cropW || m_frameHeight != cropH) {
-        if (!InitInputTextures(cropW, cropH, xop::kFrameNv12)) return -1;
-    }
+    if (!EnsureInputTextures(cropW, cropH, xop::kFrameNv12)) return -1;
     xop::D3D11RenderTexture* input = m_inputTextures[xop::kInputNv12].get();
     // No NV12 input texture (a refused size or a device without NV12
     // shader views): nothing to copy into.
@@ -53,17 +51,8 @@ int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* frame)
     BeginFrame();
     m_context->CopySubresourceRegion(input->GetTexture(), 0, 0, 0, 0, source, frame->arraySlice, &box);
     if (xop::D3D11RenderTexture* output = m_outputTextures[xop::kOutputNv12].get()) {
-        static const double kWholePicture[4] = {0.0, 0.0, 1.0, 1.0};
-        output->Begin(m_dstRect, kWholePicture);
-        output->SetShaderResource(0, input->GetLumaView());
-        output->SetShaderResource(1, input->GetChromaView());
-        output->SetSampler(0, m_linearSampler);
-        output->SetSampler(1, m_pointSampler);
-        output->Draw();
-        output->End();
-        output->SetShaderResource(0, nullptr);
-        output->SetShaderResource(1, nullptr);
-        m_currentOutput = output;
+        ID3D11ShaderResourceView* const views[2] = {input->GetLumaView(), input->GetChromaView()};
+        DrawPass(output, m_dstRect, views, 2);
     }
     Finish(frame);
     return 0;
@@ -75,9 +64,7 @@ int32_t CLS_D3D11vaRenderer::ShowPlanes(const ShowFrameData* frame)
     if (!m_context || !frame->data) return -1;
     const int32_t w = frame->width;
     const int32_t h = frame->height;
-    if (m_frameFormat != xop::kFrameI420 || m_frameWidth != w || m_frameHeight != h) {
-        if (!InitInputTextures(w, h, xop::kFrameI420)) return -1;
-    }
+    if (!EnsureInputTextures(w, h, xop::kFrameI420)) return -1;
     BeginFrame();
 
     // The chroma planes sit at w*h and 5*w*h/4 whatever the Y line size:

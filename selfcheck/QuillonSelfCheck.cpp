@@ -21,6 +21,7 @@
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "selfcheck/SelfCheckCompare.h"
+#include "xop/ComUtil.h"
 
 namespace {
 
@@ -37,13 +38,6 @@ struct CodecRow {
 };
 const CodecRow kCodecs[] = {{"H.264", &kProfileH264}, {"HEVC", &kProfileHevcMain}};
 const SIZE kSizes[] = {{1280, 720}, {1920, 1080}, {3840, 2160}};
-
-template <class T>
-void Release(T*& p)
-{
-    if (p) p->Release();
-    p = nullptr;
-}
 
 const char* FeatureLevelName(D3D_FEATURE_LEVEL level)
 {
@@ -79,8 +73,8 @@ void PrintAdapter(ID3D11Device* device)
     } else {
         printf("Adapter:        unknown\nDriver:         unknown\n");
     }
-    Release(adapter);
-    Release(dxgiDevice);
+    xop::SafeRelease(adapter);
+    xop::SafeRelease(dxgiDevice);
 }
 
 bool HasProfile(ID3D11VideoDevice* video, const GUID& profile)
@@ -295,9 +289,9 @@ int main()
         printf("Video device:   available\n");
     }
     const bool h264Ready = PrintCapabilities(video);
-    Release(video);
-    Release(context);
-    Release(device);
+    xop::SafeRelease(video);
+    xop::SafeRelease(context);
+    xop::SafeRelease(device);
     printf("\n");
 
     Clip clip;

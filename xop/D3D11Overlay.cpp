@@ -21,6 +21,18 @@ D2D1_COLOR_F ToColor(uint32_t color) {
                         1.0f);
 }
 
+// The one brush of a drawing call; on failure the message with `func` and
+// `line`, and null.
+ID2D1SolidColorBrush* CreateBrush(ID2D1RenderTarget* target, uint32_t color, const char* func, int line) {
+    ID2D1SolidColorBrush* brush = nullptr;
+    const HRESULT hr = target->CreateSolidColorBrush(ToColor(color), &brush);
+    if (FAILED(hr)) {
+        DebugPrint("[%s:%d] ID3D11Device::CreateSolidColorBrush failed, %x  \n", func, line, (unsigned)hr);
+        return nullptr;
+    }
+    return brush;
+}
+
 float StrokeWidth(int lineWidth) { return lineWidth < 1 ? 2.0f : static_cast<float>(lineWidth); }
 
 // x where the edge (x0, y0)-(x1, y1) meets the horizontal line at y; 0 when
@@ -108,13 +120,9 @@ int32_t D3D11Renderer::InnerOnDrawLine(const OverlayParam* param) {
         ++n;
     }
     const float width = StrokeWidth(param->lineWidth);
-    ID2D1SolidColorBrush* brush = nullptr;
-    HRESULT hr = m_d2dRenderTarget->CreateSolidColorBrush(ToColor(param->color), &brush);
-    if (FAILED(hr)) {
-        DebugPrint("[%s:%d] ID3D11Device::CreateSolidColorBrush failed, %x  \n", "xop::D3D11Renderer::InnerOnDrawLine",
-                   1105, (unsigned)hr);
-        return 0;
-    }
+    ID2D1SolidColorBrush* brush =
+        CreateBrush(m_d2dRenderTarget.Get(), param->color, "xop::D3D11Renderer::InnerOnDrawLine", 1105);
+    if (!brush) return 0;
     for (int i = 0; i + 1 < n; ++i) m_d2dRenderTarget->DrawLine(points[i], points[i + 1], brush, width, nullptr);
     brush->Release();
     return 0;
@@ -145,10 +153,8 @@ int32_t D3D11Renderer::InnerOnDrawText(OverlayParam* param) {
             memcpy(param->text, ansi, static_cast<size_t>(n < textSize ? n : textSize));
         }
     }
-    ID2D1SolidColorBrush* brush = nullptr;
-    hr = m_d2dRenderTarget->CreateSolidColorBrush(ToColor(param->color), &brush);
-    if (FAILED(hr)) {
-        DebugPrint("[%s:%d] ID3D11Device::CreateSolidColorBrush failed, %x  \n", kFunc, 1188, (unsigned)hr);
+    ID2D1SolidColorBrush* brush = CreateBrush(m_d2dRenderTarget.Get(), param->color, kFunc, 1188);
+    if (!brush) {
         format->Release();
         return 0;
     }
@@ -166,13 +172,9 @@ int32_t D3D11Renderer::InnerOnDrawText(OverlayParam* param) {
 
 int32_t D3D11Renderer::InnerOnDrawBlurry(const OverlayParam* param) {
     if (!m_d2dRenderTarget || !param) return -1;
-    ID2D1SolidColorBrush* brush = nullptr;
-    HRESULT hr = m_d2dRenderTarget->CreateSolidColorBrush(ToColor(param->color), &brush);
-    if (FAILED(hr)) {
-        DebugPrint("[%s:%d] ID3D11Device::CreateSolidColorBrush failed, %x  \n",
-                   "xop::D3D11Renderer::InnerOnDrawBlurry", 1237, (unsigned)hr);
-        return 0;
-    }
+    ID2D1SolidColorBrush* brush =
+        CreateBrush(m_d2dRenderTarget.Get(), param->color, "xop::D3D11Renderer::InnerOnDrawBlurry", 1237);
+    if (!brush) return 0;
     const float width = StrokeWidth(param->lineWidth);
     // The record holds 32 points; more would read past it.
     const int count = param->pointCount > kMaxPoints ? kMaxPoints : param->pointCount;

@@ -68,13 +68,7 @@ void CopyNv12Rows(uint8_t* dst, UINT pitch, const FrameImage& frame) {
 
 D3D11Renderer::D3D11Renderer() = default;
 
-D3D11Renderer::~D3D11Renderer() {
-    D3D11Renderer::Destroy();
-    m_dwriteFactory.Reset();
-    m_d2dRenderTarget.Reset();
-    m_d2dFactory.Reset();
-    ResetBanks();
-}
+D3D11Renderer::~D3D11Renderer() { D3D11Renderer::Destroy(); }
 
 void D3D11Renderer::ResetBanks() {
     for (auto& t : m_inputTextures) t.reset();
@@ -398,6 +392,11 @@ bool D3D11Renderer::InitInputTextures(int width, int height, int format) {
     return true;
 }
 
+bool D3D11Renderer::EnsureInputTextures(int width, int height, int format) {
+    if (format == m_frameFormat && width == m_frameWidth && height == m_frameHeight) return true;
+    return InitInputTextures(width, height, format);
+}
+
 void D3D11Renderer::BeginFrame() {
     if (!m_renderTargetView) return;
     m_context->OMSetRenderTargets(1, &m_renderTargetView, nullptr);
@@ -407,7 +406,6 @@ void D3D11Renderer::BeginFrame() {
 
 void D3D11Renderer::UpdateFrame(const FrameImage& frame) {
     static const int kWhole[4] = {0, 0, 0, 0};
-    static const double kFull[4] = {0.0, 0.0, 1.0, 1.0};
     if (!m_device) return;
     const int rows = frame.height;
     const int chromaRows = frame.format == kFrameI420 || frame.format == kFrameNv12 ? (frame.height + 1) / 2
@@ -455,35 +453,32 @@ void D3D11Renderer::UpdateFrame(const FrameImage& frame) {
         default:
             return;
     }
-    D3D11RenderTexture* out = m_outputTextures[output].get();
-    if (!out) return;
-    out->Begin(kWhole, kFull);
-    for (int s = 0; s < slots; ++s) out->SetShaderResource(s, views[s]);
+    if (D3D11RenderTexture* out = m_outputTextures[output].get()) DrawPass(out, kWhole, views, slots);
+}
+
+void D3D11Renderer::DrawPass(D3D11RenderTexture* out, const int viewport[4], ID3D11ShaderResourceView* const* views,
+                             int count, ID3D11Buffer* const* constants) {
+    static const double kFull[4] = {0.0, 0.0, 1.0, 1.0};
+    out->Begin(viewport, kFull);
+    for (int s = 0; s < count; ++s) out->SetShaderResource(s, views[s]);
+    if (constants) out->SetConstantBuffer(0, *constants);
     out->SetSampler(0, m_linearSampler);
     out->SetSampler(1, m_pointSampler);
     out->Draw();
     out->End();
-    for (int s = 0; s < slots; ++s) out->SetShaderResource(s, nullptr);
+    for (int s = 0; s < count; ++s) out->SetShaderResource(s, nullptr);
     m_currentOutput = out;
 }
 
 void D3D11Renderer::ApplySharpen() {
     static const int kWhole[4] = {0, 0, 0, 0};
-    static const double kFull[4] = {0.0, 0.0, 1.0, 1.0};
     if (!m_currentOutput || !(m_unsharp > 0.0f)) return;
     D3D11RenderTexture* out = m_outputTextures[kOutputSharpen].get();
     if (!out || !m_context) return;
     const float params[4] = {static_cast<float>(m_frameWidth), static_cast<float>(m_frameHeight), m_unsharp, 0.0f};
     if (m_sharpenParams) m_context->UpdateSubresource(m_sharpenParams, 0, nullptr, params, 0, 0);
-    out->Begin(kWhole, kFull);
-    out->SetShaderResource(0, m_currentOutput->GetShaderResourceView());
-    out->SetConstantBuffer(0, m_sharpenParams);
-    out->SetSampler(0, m_linearSampler);
-    out->SetSampler(1, m_pointSampler);
-    out->Draw();
-    out->End();
-    out->SetShaderResource(0, nullptr);
-    m_currentOutput = out;
+    ID3D11ShaderResourceView* const picture = m_currentOutput->GetShaderResourceView();
+    DrawPass(out, kWhole, &picture, 1, &m_sharpenParams);
 }
 
 void D3D11Renderer::PresentOutput(const ShowFrameData* frame) {
@@ -502,17 +497,13 @@ void D3D11Renderer::PresentOutput(const ShowFrameData* frame) {
         if (m_drawCallback && frame) m_drawCallback(const_cast<ShowFrameData*>(frame), m_drawCallbackUser);
         m_d2dRenderTarget->EndDraw();
     }
-    if (frame) {
-        int32_t field = 0;
-        memcpy(&field, reinterpret_cast<const uint8_t*>(frame) + 32, sizeof(field));
-        m_keepWindowOnDestroy = field == 0;
-    }
+    if (frame) m_keepWindowOnDestroy = frame->eraseOnRelease == 0;
 }
 
 void D3D11Renderer::PresentSwapChain() {
     if (!m_swapChain) return;
     HRESULT hr = m_swapChain->Present(0, 0);
-    if (FAILED(hr) && hr != DXGI_ERROR_WAS_STILL_DRAWING && hr == DXGI_ERROR_DEVICE_REMOVED) {
+    if (hr == DXGI_ERROR_DEVICE_REMOVED) {  // still drawing and other failures are ignored
         Destroy();
         Init(m_hWnd);
     }
@@ -521,9 +512,7 @@ void D3D11Renderer::PresentSwapChain() {
 void D3D11Renderer::Render(const FrameImage& frame) {
     Lock lock(m_mutex);
     if (!m_device) return;
-    if (frame.format != m_frameFormat || frame.width != m_frameWidth || frame.height != m_frameHeight) {
-        if (!InitInputTextures(frame.width, frame.height, frame.format)) return;
-    }
+    if (!EnsureInputTextures(frame.width, frame.height, frame.format)) return;
     BeginFrame();
     UpdateFrame(frame);
     ApplySharpen();

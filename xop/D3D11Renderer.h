@@ -59,6 +59,7 @@ public:
 
     // Frame steps, in this order per picture.
     bool InitInputTextures(int width, int height, int format);
+    bool EnsureInputTextures(int width, int height, int format);  // only when format or size changed
     void BeginFrame();
     void UpdateFrame(const FrameImage& frame);
     void ApplySharpen();
@@ -72,6 +73,12 @@ public:
     int32_t GetSwapChainSize(uint32_t* width, uint32_t* height);
 
 protected:
+    // One conversion pass into `out` over the whole picture: `views` on slots
+    // 0.., the pixel constants (when asked for), linear and point samplers.
+    // `out` becomes the picture to present.
+    void DrawPass(D3D11RenderTexture* out, const int viewport[4], ID3D11ShaderResourceView* const* views, int count,
+                  ID3D11Buffer* const* constants = nullptr);
+
     // Re-entrant: Resize rebuilds through SetWnd, and device-removal recovery
     // runs Destroy and Init from inside a frame that already holds it.
     std::recursive_mutex m_mutex;

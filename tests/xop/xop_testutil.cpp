@@ -53,8 +53,7 @@ void PumpMessages() {
 
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record) {
     PumpMessages();
-    if (r.m_frameFormat != image.format || r.m_frameWidth != image.width || r.m_frameHeight != image.height)
-        r.InitInputTextures(image.width, image.height, image.format);
+    r.EnsureInputTextures(image.width, image.height, image.format);
     r.BeginFrame();
     r.UpdateFrame(image);
     r.ApplySharpen();
