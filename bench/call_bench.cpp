@@ -38,12 +38,6 @@ double NanosecondsPerCall(int calls, F call)
     return (bench::Now() - start) * 1e9 / calls;
 }
 
-template <class T>
-T Entry(HMODULE module, const char* name)
-{
-    return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-}
-
 }  // namespace
 
 int main()
@@ -78,13 +72,13 @@ int main()
 
     // The double's own cost: the same four entry points per frame, called directly.
     HMODULE ff = GetModuleHandleA("ffmpeg-7.dll");
-    auto findDecoder = Entry<const AVCodec* (*)(AVCodecID)>(ff, "avcodec_find_decoder");
-    auto allocContext = Entry<AVCodecContext* (*)(const AVCodec*)>(ff, "avcodec_alloc_context3");
-    auto frameAlloc = Entry<AVFrame* (*)()>(ff, "av_frame_alloc");
-    auto initPacket = Entry<void (*)(AVPacket*)>(ff, "av_init_packet");
-    auto send = Entry<int (*)(AVCodecContext*, const AVPacket*)>(ff, "avcodec_send_packet");
-    auto receive = Entry<int (*)(AVCodecContext*, AVFrame*)>(ff, "avcodec_receive_frame");
-    auto unref = Entry<void (*)(AVPacket*)>(ff, "av_packet_unref");
+    auto findDecoder = testkit::Export<const AVCodec* (*)(AVCodecID)>(ff, "avcodec_find_decoder");
+    auto allocContext = testkit::Export<AVCodecContext* (*)(const AVCodec*)>(ff, "avcodec_alloc_context3");
+    auto frameAlloc = testkit::Export<AVFrame* (*)()>(ff, "av_frame_alloc");
+    auto initPacket = testkit::Export<void (*)(AVPacket*)>(ff, "av_init_packet");
+    auto send = testkit::Export<int (*)(AVCodecContext*, const AVPacket*)>(ff, "avcodec_send_packet");
+    auto receive = testkit::Export<int (*)(AVCodecContext*, AVFrame*)>(ff, "avcodec_receive_frame");
+    auto unref = testkit::Export<void (*)(AVPacket*)>(ff, "av_packet_unref");
     double doubleNs = 0;
     if (findDecoder && allocContext && frameAlloc && initPacket && send && receive && unref) {
         AVCodecContext* ctx = allocContext(findDecoder(AV_CODEC_ID_H264));

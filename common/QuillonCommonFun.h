@@ -17,6 +17,11 @@
         }                                                    \
     } while (0)
 
+// A handle manager's check of an incoming handle: unknown ones get the
+// error record at the caller's position and -1.
+#define HANDLE_CHECK_RETURN(handle, func, line) \
+    QUILLON_CHECK_RETURN(!IsHandleValid(handle), "IsHandleValid faild!", -1, func, line)
+
 #define CHECK_EQUAL_RETURN(a, b, ret, func, line) \
     QUILLON_CHECK_RETURN((a) == (b), "CHECK_EQUAL_RETURN", ret, func, line)
 #define CHECK_UNEQUAL_RETURN(a, b, ret, func, line) \

@@ -26,23 +26,20 @@ bool CLS_DecoderManager::IsHandleValid(void* _pHandle) const
 
 int CLS_DecoderManager::Initial(void* _pHandle, CreateNeed* _ptCreateNeed, CreateNeedExtern* _ptCreateNeedExtern)
 {
-    QUILLON_CHECK_RETURN(!IsHandleValid(_pHandle), "IsHandleValid faild!", -1,
-                         "CLS_DecoderManager::Initial", 65);
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_DecoderManager::Initial", 65);
     return static_cast<CLS_D3D11vaDecoder*>(_pHandle)->Initial(_ptCreateNeed, _ptCreateNeedExtern);
 }
 
 int CLS_DecoderManager::DecodeOneFrame(void* _pHandle, unsigned char* _pucFrameData, unsigned int _uiLength,
                                        DecOut* _ptDecOut)
 {
-    QUILLON_CHECK_RETURN(!IsHandleValid(_pHandle), "IsHandleValid faild!", -1,
-                         "CLS_DecoderManager::DecodeOneFrame", 77);
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_DecoderManager::DecodeOneFrame", 77);
     return static_cast<CLS_D3D11vaDecoder*>(_pHandle)->DecodeOneFrame(_pucFrameData, _uiLength, _ptDecOut);
 }
 
 int CLS_DecoderManager::Release(void* _pHandle)
 {
-    QUILLON_CHECK_RETURN(!IsHandleValid(_pHandle), "IsHandleValid faild!", -1,
-                         "CLS_DecoderManager::Release", 89);
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_DecoderManager::Release", 89);
     static_cast<CLS_D3D11vaDecoder*>(_pHandle)->ReleaseResources();  // the handle stays registered
     return 0;
 }

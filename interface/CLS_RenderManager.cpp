@@ -5,10 +5,6 @@
 #include "common/QuillonCommonFun.h"
 #include "render/CLS_D3D11vaDraw.h"
 
-// Unknown handle: error record at the caller's position, then -1.
-#define RENDER_HANDLE_CHECK(handle, func, line) \
-    QUILLON_CHECK_RETURN(!IsHandleValid(handle), "IsHandleValid faild!", -1, func, line)
-
 namespace {
 
 CLS_D3D11vaDraw* Object(void* handle)
@@ -35,38 +31,38 @@ void* CLS_RenderManager::Create(void* reserved, uint32_t reservedSize)
 
 int32_t CLS_RenderManager::InitDevice(void* handle, void* data, int32_t size)
 {
-    RENDER_HANDLE_CHECK(handle, "CLS_RenderManager::InitDevice", 68);
+    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::InitDevice", 68);
     return Object(handle)->InitDevice(data, size);
 }
 
 int32_t CLS_RenderManager::ShowFrame(void* handle, void* data, uint32_t size)
 {
-    RENDER_HANDLE_CHECK(handle, "CLS_RenderManager::ShowFrame", 80);
+    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::ShowFrame", 80);
     return Object(handle)->ShowFrame(data, static_cast<int32_t>(size));
 }
 
 int32_t CLS_RenderManager::Release(void* handle)
 {
-    RENDER_HANDLE_CHECK(handle, "CLS_RenderManager::Release", 92);
+    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::Release", 92);
     Object(handle)->Release();
     return EraseHandle(handle);
 }
 
 int32_t CLS_RenderManager::GetDrawInfo(void* handle, void* data, uint32_t size)
 {
-    RENDER_HANDLE_CHECK(handle, "CLS_RenderManager::GetDrawInfo", 103);
+    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::GetDrawInfo", 103);
     return Object(handle)->GetDrawInfo(data, static_cast<int32_t>(size));
 }
 
 int32_t CLS_RenderManager::SetWnd(void* handle, HWND hWnd)
 {
-    RENDER_HANDLE_CHECK(handle, "CLS_RenderManager::SetWnd", 113);
+    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::SetWnd", 113);
     return Object(handle)->SetWnd(hWnd);
 }
 
 int32_t CLS_RenderManager::Config(void* handle, uint32_t command, void* data, uint32_t size)
 {
-    RENDER_HANDLE_CHECK(handle, "CLS_RenderManager::Config", 123);
+    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::Config", 123);
     return Object(handle)->Config(static_cast<int32_t>(command), data, static_cast<int32_t>(size));
 }
 

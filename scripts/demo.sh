@@ -6,5 +6,4 @@
 #   scripts/demo.sh [extra QuillonPlay options]
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
-"$ROOT/scripts/play-sample.sh" h264 "$@"
-"$ROOT/scripts/play-sample.sh" hevc "$@"
+exec "$ROOT/scripts/play-sample.sh" h264 hevc "$@"

@@ -1,25 +1,37 @@
 #!/usr/bin/env bash
-# Plays a generated sample clip with QuillonPlay.exe under Xvfb + Wine and
-# writes a screenshot of the window after the last picture.
-#   scripts/play-sample.sh [h264|mkv|hevc] [extra QuillonPlay options]
+# Plays generated sample clips with QuillonPlay.exe under Xvfb + Wine and
+# writes a screenshot of the window after the last picture of each.
+#   scripts/play-sample.sh [h264|mkv|hevc ...] [extra QuillonPlay options]
 # Sets up and builds what is missing first (scripts/setup.sh). The clips
 # (raw H.264, H.264 in Matroska, raw HEVC, made with x264/x265 from a
-# synthetic moving pattern) and the screenshot land in <build>/sample/.
+# synthetic moving pattern) and the screenshots land in <build>/sample/.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
-BUILD=$("$ROOT/scripts/setup.sh")
-case ${1:-h264} in
-  h264) CLIP=sample.264 ;;
-  mkv) CLIP=sample.mkv ;;
-  hevc) CLIP=sample.265 ;;
-  *) echo "usage: $0 [h264|mkv|hevc] [QuillonPlay options]" >&2; exit 1 ;;
-esac
-shift || true
-SAMPLE=$BUILD/sample
-"$ROOT/player/make-sample.sh" "$SAMPLE" 2>/dev/null
-SHOT=${CLIP%.*}-${CLIP##*.}.png
-rm -f "$SAMPLE/$SHOT"
+if [[ -z ${QUILLON_SAMPLE_BUILD:-} ]]; then
+  # Set up, build and make the clips once, then play them all under one
+  # display and wineserver.
+  QUILLON_SAMPLE_BUILD=$("$ROOT/scripts/setup.sh")
+  "$ROOT/player/make-sample.sh" "$QUILLON_SAMPLE_BUILD/sample" 2>/dev/null
+  export QUILLON_SAMPLE_BUILD
+  exec "$ROOT/scripts/with-display.sh" "$0" "$@"
+fi
+CLIPS=()
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    h264) CLIPS+=(sample.264) ;;
+    mkv) CLIPS+=(sample.mkv) ;;
+    hevc) CLIPS+=(sample.265) ;;
+    -*) break ;;
+    *) echo "usage: $0 [h264|mkv|hevc ...] [QuillonPlay options]" >&2; exit 1 ;;
+  esac
+  shift
+done
+[[ ${#CLIPS[@]} -gt 0 ]] || CLIPS=(sample.264)
+SAMPLE=$QUILLON_SAMPLE_BUILD/sample
 cd "$SAMPLE"
-"$ROOT/scripts/with-display.sh" "$ROOT/scripts/wine-run.sh" "$BUILD/bin/QuillonPlay.exe" \
-  --progress --screenshot "$SHOT" "$@" "$CLIP"
-echo "screenshot: $SAMPLE/$SHOT"
+for CLIP in "${CLIPS[@]}"; do
+  SHOT=${CLIP%.*}-${CLIP##*.}.png
+  rm -f "$SHOT"
+  "$ROOT/scripts/wine-run.sh" "$QUILLON_SAMPLE_BUILD/bin/QuillonPlay.exe" --progress --screenshot "$SHOT" "$@" "$CLIP"
+  echo "screenshot: $SAMPLE/$SHOT"
+done

@@ -37,7 +37,7 @@ FfDoubleResetFn g_reset = nullptr;
 template <typename Fn>
 void Bind(Fn& fn, HMODULE module, const char* name)
 {
-    fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+    fn = testkit::Export<Fn>(module, name);
     ASSERT_NE(fn, nullptr) << name;
 }
 
@@ -110,8 +110,8 @@ protected:
         ASSERT_EQ(g_sdk.Startup(), 0);
         HMODULE ffmpeg = GetModuleHandleA("ffmpeg-7.dll");
         ASSERT_NE(ffmpeg, nullptr);
-        S = reinterpret_cast<FfDoubleScriptFn>(reinterpret_cast<void*>(GetProcAddress(ffmpeg, "FfDouble_Script")))();
-        g_reset = reinterpret_cast<FfDoubleResetFn>(reinterpret_cast<void*>(GetProcAddress(ffmpeg, "FfDouble_Reset")));
+        S = testkit::Export<FfDoubleScriptFn>(ffmpeg, "FfDouble_Script")();
+        g_reset = testkit::Export<FfDoubleResetFn>(ffmpeg, "FfDouble_Reset");
         ASSERT_TRUE(S && g_reset);
 
         ASSERT_EQ(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0, D3D11_SDK_VERSION,

@@ -333,13 +333,10 @@ TEST_F(RealFfmpeg, H264AndHevcOfferD3D11vaThroughADeviceContext)
 
 TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
 {
-    auto startup = reinterpret_cast<decltype(&QuillonStartup)>(reinterpret_cast<void*>(GetProcAddress(s_sdk, "QuillonStartup")));
-    auto create = reinterpret_cast<decltype(&QuillonDecoderCreate)>(
-        reinterpret_cast<void*>(GetProcAddress(s_sdk, "QuillonDecoderCreate")));
-    auto initial = reinterpret_cast<decltype(&QuillonDecoderInitial)>(
-        reinterpret_cast<void*>(GetProcAddress(s_sdk, "QuillonDecoderInitial")));
-    auto release = reinterpret_cast<decltype(&QuillonDecoderRelease)>(
-        reinterpret_cast<void*>(GetProcAddress(s_sdk, "QuillonDecoderRelease")));
+    auto startup = testkit::Export<decltype(&QuillonStartup)>(s_sdk, "QuillonStartup");
+    auto create = testkit::Export<decltype(&QuillonDecoderCreate)>(s_sdk, "QuillonDecoderCreate");
+    auto initial = testkit::Export<decltype(&QuillonDecoderInitial)>(s_sdk, "QuillonDecoderInitial");
+    auto release = testkit::Export<decltype(&QuillonDecoderRelease)>(s_sdk, "QuillonDecoderRelease");
     ASSERT_TRUE(startup && create && initial && release);
 
     ASSERT_EQ(startup(), 0);

@@ -36,7 +36,7 @@ struct Sdk {
     template <typename Fn>
     void Bind(Fn& fn, const char* name)
     {
-        fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+        fn = testkit::Export<Fn>(module, name);
         EXPECT_NE(fn, nullptr) << name;
     }
 };

@@ -118,8 +118,7 @@ protected:
     static void Settle()
     {
         for (int i = 0; i < 20; ++i) {
-            MSG msg;
-            while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
+            testkit::PumpMessages();
             Sleep(10);
         }
     }

@@ -354,10 +354,7 @@ void Fuzzer::Step()
         break;
     }
     }
-    if ((m_counts[8] & 63) == 0) {
-        MSG msg;
-        while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
-    }
+    if ((m_counts[8] & 63) == 0) testkit::PumpMessages();
 }
 
 TEST(InterfaceFuzzing, EveryResultIsOneTheInterfaceAllows)

@@ -72,8 +72,7 @@ void Cycle(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture)
         Check(Shared([&] { return sdk.QuillonRenderShowFrame(render, &show, sizeof(show)); }) == 0,
               "QuillonRenderShowFrame");
     Check(Exclusive([&] { return sdk.QuillonRenderRelease(render); }) == 1, "QuillonRenderRelease");
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
+    testkit::PumpMessages();
 }
 
 // `cycles` cycles shared by the host threads, each on a window of its own.

@@ -37,12 +37,6 @@ HWND CreateStormWindow(int x, int y, int w, int h)
     return wnd;
 }
 
-void Pump()
-{
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
-}
-
 class Storm : public ::testing::Test {
 protected:
     void SetUp() override
@@ -71,7 +65,7 @@ protected:
         ShowFrameData frame = CpuFrame(picture, kPictureW, kPictureH);
         const int r = m_sdk.api.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
         if (r != 0 && ++m_failedShows <= 5) ADD_FAILURE() << "QuillonRenderShowFrame returned " << r;
-        Pump();
+        testkit::PumpMessages();
     }
     static bool ShowsEverywhere(HWND wnd, int r, int g, int b)
     {
@@ -108,18 +102,18 @@ TEST_F(Storm, ResizeMinimiseAndMoveWhileShowing)
         int w = 1 + static_cast<int>(rng() % 400), h = 1 + static_cast<int>(rng() % 300);
         if (i % 50 == 0) w = h = 0;
         SetWindowPos(m_main, nullptr, 0, 0, w, h, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
-        Pump();
+        testkit::PumpMessages();
         RECT c;
         GetClientRect(m_main, &c);
         if (c.right == 0 && c.bottom == 0) ++emptyClients;
         Show(red);
         if (i % 100 == 25) {
             ShowWindow(m_main, SW_MINIMIZE);
-            Pump();
+            testkit::PumpMessages();
             Show(red);
             Show(red);
             ShowWindow(m_main, SW_RESTORE);
-            Pump();
+            testkit::PumpMessages();
             Show(red);
         }
         if (i == kResizes / 2 + 10) {
@@ -138,7 +132,7 @@ TEST_F(Storm, ResizeMinimiseAndMoveWhileShowing)
     EXPECT_EQ(kResizes / 50, emptyClients);  // the 0 x 0 sizes really were empty
 
     SetWindowPos(m_main, nullptr, 0, 0, 300, 200, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
-    Pump();
+    testkit::PumpMessages();
     Show(blue);
     Show(blue);
     EXPECT_TRUE(ShowsEverywhere(m_main, 0, 0, 255));

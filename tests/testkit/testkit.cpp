@@ -118,8 +118,7 @@ std::string StderrCapture::Take()
 template <typename Fn>
 static Fn VelmorExport(const char* name)
 {
-    HMODULE velmor = GetModuleHandleA("Velmor.dll");
-    return velmor ? reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(velmor, name))) : nullptr;
+    return Export<Fn>(GetModuleHandleA("Velmor.dll"), name);
 }
 
 std::vector<std::string> TakeVelmorCalls()
@@ -188,10 +187,15 @@ HWND CreateTestWindow(int x, int y, int w, int h, const char* title)
     return hwnd;
 }
 
-COLORREF ClientPixel(HWND window, int x, int y)
+void PumpMessages()
 {
     MSG msg;
     while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
+}
+
+COLORREF ClientPixel(HWND window, int x, int y)
+{
+    PumpMessages();
     POINT p = {x, y};
     ClientToScreen(window, &p);
     HDC screen = GetDC(nullptr);
@@ -269,8 +273,7 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
 
 std::vector<COLORREF> CaptureClient(HWND window, int w, int h)
 {
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
+    PumpMessages();
     RgbImage image;  // the player's screen capture
     std::vector<COLORREF> pixels(static_cast<size_t>(w) * h, 0);
     if (!::CaptureClient(window, image)) return pixels;

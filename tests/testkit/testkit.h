@@ -11,6 +11,13 @@
 
 namespace testkit {
 
+// The entry `name` of `module` as a pointer of type Fn; null when absent.
+template <typename Fn>
+Fn Export(HMODULE module, const char* name)
+{
+    return module ? reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module, name))) : nullptr;
+}
+
 // Directory of the running test executable (the build's bin directory),
 // with a trailing backslash. Every built module lies there.
 std::string BinDir();
@@ -55,6 +62,10 @@ std::vector<std::string> SplitLines(const std::string& text);
 
 // A plain top-level window with a client area of w x h at screen (x, y),
 // shown and painted black.
+// Handles the thread's pending window messages, so that no late repaint of
+// a test window's background covers a picture presented after it.
+void PumpMessages();
+
 HWND CreateTestWindow(int x, int y, int w, int h, const char* title = "quillon test");
 
 // The pixel at client coordinates of `window`, read from the screen.

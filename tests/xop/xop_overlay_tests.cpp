@@ -33,7 +33,7 @@ void PresentWithOverlays(TestRenderer& r, std::function<void(TestRenderer&)> dra
     r.m_drawCallback = OnDraw;
     r.m_drawCallbackUser = &pass;
     ShowFrameData record = {};
-    xoptest::PumpMessages();
+    testkit::PumpMessages();
     r.BeginFrame();
     r.PresentOutput(&record);
     r.PresentSwapChain();

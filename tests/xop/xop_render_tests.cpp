@@ -179,7 +179,7 @@ TEST(Conversion, Nv12FailsCleanlyWhereTheTextureCannotBeMade) {
     r.BeginFrame();
     r.UpdateFrame(f);
     EXPECT_EQ(nullptr, r.m_currentOutput);
-    xoptest::PumpMessages();
+    testkit::PumpMessages();
     r.PresentOutput(nullptr);
     r.PresentSwapChain();
     EXPECT_TRUE(ShowsColour(window.hwnd, W / 2, H / 2, 0, 0, 0, 2));
@@ -199,7 +199,7 @@ TEST(Conversion, Planar444AndBgraWithAlpha) {
     r.UpdateFrame(bgra.image);
     ASSERT_EQ(r.m_outputTextures[xop::kOutputBgra].get(), r.m_currentOutput);
     EXPECT_EQ(0x40112233u, OutputTexel(r, W / 2, H / 2));
-    xoptest::PumpMessages();
+    testkit::PumpMessages();
     r.PresentOutput(nullptr);
     r.PresentSwapChain();
     EXPECT_TRUE(ShowsColour(window.hwnd, W / 2, H / 2, 0x11, 0x22, 0x33, 1));
@@ -229,7 +229,7 @@ TEST(Conversion, SharpenSteepensAnEdgeOnlyWhenSwitchedOn) {
     EXPECT_NEAR(232, Channel(OutputTexel(r, W / 2, H / 2), 8), 2);
     EXPECT_NEAR(0x40, Channel(OutputTexel(r, 10, H / 2), 16), 1);
     EXPECT_NEAR(0xC0, Channel(OutputTexel(r, W - 10, H / 2), 16), 1);
-    xoptest::PumpMessages();
+    testkit::PumpMessages();
     r.PresentOutput(nullptr);
     r.PresentSwapChain();
     EXPECT_TRUE(ShowsColour(window.hwnd, W / 2 - 1, H / 2, 24, 24, 24, 3));
@@ -271,7 +271,7 @@ TEST(Conversion, ViewportAndSourceRectangle) {
     EXPECT_EQ(0xFF00FF00u, OutputTexel(r, W - 3, 2));
     EXPECT_EQ(0xFF0000FFu, OutputTexel(r, 2, H - 3));
     EXPECT_EQ(0xFFFFFFFFu, OutputTexel(r, W - 3, H - 3));
-    xoptest::PumpMessages();
+    testkit::PumpMessages();
     r.PresentOutput(nullptr);
     r.PresentSwapChain();
     EXPECT_TRUE(ShowsColour(window.hwnd, W / 4 - 10, H / 4, 255, 0, 0, 2));
@@ -327,7 +327,7 @@ TEST(Lifecycle, DeviceOnlyHasNoSwapChain) {
     EXPECT_TRUE(r.InitInputTextures(W, H, xop::kFrameI420));
     EXPECT_EQ(nullptr, r.m_inputTextures[xop::kInputY]->GetTexture());
     r.BeginFrame();
-    xoptest::PumpMessages();
+    testkit::PumpMessages();
     r.PresentOutput(nullptr);
     r.PresentSwapChain();
     OverlayParam line = {};

@@ -46,13 +46,8 @@ Picture SolidYuv(int format, int w, int h, uint8_t y, uint8_t u, uint8_t v, int 
     return p;
 }
 
-void PumpMessages() {
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
-}
-
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record) {
-    PumpMessages();
+    testkit::PumpMessages();
     r.EnsureInputTextures(image.width, image.height, image.format);
     r.BeginFrame();
     r.UpdateFrame(image);

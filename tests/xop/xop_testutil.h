@@ -64,10 +64,6 @@ Picture Bgra(int w, int h, F pixel) {
     return p;
 }
 
-// Handles the thread's pending window messages, so that no late repaint of
-// a test window's background covers a picture presented after it.
-void PumpMessages();
-
 // One picture through the frame steps, as the render front drives them
 // (pending window messages handled first).
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record = nullptr);
