@@ -230,6 +230,15 @@ bool PlayerSource::DecodeSoftware(const std::vector<uint8_t>& unit, int64_t time
     return true;
 }
 
+void PackI420(const uint8_t* const src[3], const int stride[3], int w, int h, uint8_t* out)
+{
+    uint8_t* dst[3] = {out, out + w * h, out + w * h * 5 / 4};
+    for (int p = 0; p < 3; ++p) {
+        const int width = p ? w / 2 : w, rows = p ? h / 2 : h;
+        for (int y = 0; y < rows; ++y) memcpy(dst[p] + y * width, src[p] + y * stride[p], width);
+    }
+}
+
 void PlayerSource::ToI420(const AVFrame* frame, I420Picture& picture)
 {
     // Even sizes keep the packed chroma planes exactly a quarter of luma.
@@ -245,11 +254,7 @@ void PlayerSource::ToI420(const AVFrame* frame, I420Picture& picture)
     int strides[4] = {w, w / 2, w / 2, 0};
     const AVPixelFormat format = static_cast<AVPixelFormat>(frame->format);
     if (format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P) {
-        for (int p = 0; p < 3; ++p) {
-            const int rows = p ? h / 2 : h;
-            for (int y = 0; y < rows; ++y)
-                memcpy(planes[p] + y * strides[p], frame->data[p] + y * frame->linesize[p], strides[p]);
-        }
+        PackI420(frame->data, frame->linesize, w, h, picture.bytes.data());
         return;
     }
     m_sws = ff().sws_getCachedContext(m_sws, frame->width, frame->height, format, w, h, AV_PIX_FMT_YUV420P, SWS_POINT,

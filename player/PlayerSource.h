@@ -23,6 +23,10 @@ struct I420Picture {
     std::vector<uint8_t> bytes;
 };
 
+// Copies a w x h 4:2:0 picture from planes with their own strides into
+// `out`, packed as I420Picture::bytes (w and h even).
+void PackI420(const uint8_t* const src[3], const int stride[3], int w, int h, uint8_t* out);
+
 class PlayerSource {
 public:
     PlayerSource() = default;

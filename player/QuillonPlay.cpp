@@ -212,15 +212,11 @@ void CropI420(I420Picture& p, const EZoomArea& z)
     if (r - l < 2 || b - t < 2 || (l == 0 && t == 0 && r == p.width && b == p.height)) return;
     const int w = r - l, h = b - t;
     std::vector<uint8_t> out(static_cast<size_t>(w) * h * 3 / 2);
-    const uint8_t* src[3] = {p.bytes.data(), p.bytes.data() + p.width * p.height,
-                             p.bytes.data() + p.width * p.height * 5 / 4};
-    uint8_t* dst[3] = {out.data(), out.data() + w * h, out.data() + w * h * 5 / 4};
-    for (int plane = 0; plane < 3; ++plane) {
-        const int shift = plane ? 1 : 0;
-        const int srcStride = p.width >> shift, dstStride = w >> shift;
-        for (int y = 0; y < (h >> shift); ++y)
-            memcpy(dst[plane] + y * dstStride, src[plane] + ((t >> shift) + y) * srcStride + (l >> shift), dstStride);
-    }
+    const int stride[3] = {p.width, p.width / 2, p.width / 2};
+    const uint8_t* luma = p.bytes.data();
+    const uint8_t* src[3] = {luma + t * stride[0] + l, luma + p.width * p.height + t / 2 * stride[1] + l / 2,
+                             luma + p.width * p.height * 5 / 4 + t / 2 * stride[2] + l / 2};
+    PackI420(src, stride, w, h, out.data());
     p.width = w;
     p.height = h;
     p.bytes.swap(out);

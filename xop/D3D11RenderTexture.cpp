@@ -79,11 +79,7 @@ bool D3D11RenderTexture::InitTexture(UINT width, UINT height, DXGI_FORMAT format
                                      UINT bindFlags, UINT cpuAccessFlags, UINT miscFlags) {
     static const char* const kFunc = "xop::D3D11RenderTexture::InitTexture";
     if (!m_device) return false;
-    SafeRelease(m_texture);
-    SafeRelease(m_renderTargetView);
-    SafeRelease(m_chromaView);
-    SafeRelease(m_lumaView);
-    SafeRelease(m_shaderResourceView);
+    ReleaseTexture();
 
     D3D11_TEXTURE2D_DESC desc = TextureDesc(width, height, format, usage, bindFlags, cpuAccessFlags);
     desc.MiscFlags = miscFlags;
@@ -131,14 +127,16 @@ bool D3D11RenderTexture::InitTexture(UINT width, UINT height, DXGI_FORMAT format
             ok = false;
         }
     }
-    if (!ok) {
-        SafeRelease(m_texture);
-        SafeRelease(m_renderTargetView);
-        SafeRelease(m_chromaView);
-        SafeRelease(m_lumaView);
-        SafeRelease(m_shaderResourceView);
-    }
+    if (!ok) ReleaseTexture();
     return ok;
+}
+
+void D3D11RenderTexture::ReleaseTexture() {
+    SafeRelease(m_texture);
+    SafeRelease(m_renderTargetView);
+    SafeRelease(m_chromaView);
+    SafeRelease(m_lumaView);
+    SafeRelease(m_shaderResourceView);
 }
 
 bool D3D11RenderTexture::InitVertexShader() {

@@ -54,6 +54,8 @@ public:
     ID3D11ShaderResourceView* GetChromaView() const { return m_chromaView; }
 
 private:
+    void ReleaseTexture();  // the texture and its views
+
     ID3D11Device* m_device = nullptr;
     IDXGISwapChain* m_swapChain = nullptr;
     ID3D11DeviceContext* m_context = nullptr;
