@@ -62,12 +62,7 @@ double BaselineFps(HWND window, const xop::FrameImage& image, DWORD runMs)
     dev->CreateVertexShader(xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, nullptr, &vs);
     dev->CreatePixelShader(xop::kPixelShaders[xop::kOutputI420].code, xop::kPixelShaders[xop::kOutputI420].size,
                            nullptr, &ps);
-    const D3D11_INPUT_ELEMENT_DESC elements[] = {
-        {"POSITION", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 0, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"TEXCOORD", 0, DXGI_FORMAT_R32G32_FLOAT, 0, 12, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"COLOR", 0, DXGI_FORMAT_R32G32B32A32_FLOAT, 0, 20, D3D11_INPUT_PER_VERTEX_DATA, 0},
-    };
-    dev->CreateInputLayout(elements, 3, xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, &layout);
+    dev->CreateInputLayout(xop::kQuadInputLayout, 3, xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, &layout);
     const float fw = static_cast<float>(w), fh = static_cast<float>(h);
     const float quad[4][9] = {{0, 0, 0, 0, 0, 0, 1, 0, 1},
                               {0, fh, 0, 0, 1, 0, 1, 0, 1},

@@ -42,7 +42,6 @@ LIBKEY=$(printf '%s\n' "$COMPILE_RECIPE" "${CONFIG_FLAGS[@]}" | sha1sum | cut -c
 KEY=$(printf '%s\n' "$LIBKEY" "$RECIPE" | sha1sum | cut -c1-10)
 
 log() { echo "[ffmpeg] $*" >&2; }
-[[ ${1:-} == --key ]] && { echo "$KEY"; exit 0; }
 
 # One build at a time: concurrent set-ups wait for the first one's result.
 mkdir -p "$CACHE_ROOT"

@@ -154,12 +154,7 @@ bool D3D11RenderTexture::InitVertexShader() {
 
     m_device->CreateVertexShader(kQuadVertexShader.code, kQuadVertexShader.size, nullptr, &m_vertexShader);
 
-    const D3D11_INPUT_ELEMENT_DESC layout[] = {
-        {"POSITION", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 0, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"TEXCOORD", 0, DXGI_FORMAT_R32G32_FLOAT, 0, 12, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"COLOR", 0, DXGI_FORMAT_R32G32B32A32_FLOAT, 0, 20, D3D11_INPUT_PER_VERTEX_DATA, 0},
-    };
-    HRESULT hr = m_device->CreateInputLayout(layout, 3, kQuadVertexShader.code, kQuadVertexShader.size,
+    HRESULT hr = m_device->CreateInputLayout(kQuadInputLayout, 3, kQuadVertexShader.code, kQuadVertexShader.size,
                                              &m_inputLayout);
     if (FAILED(hr)) {
         DebugPrint("[%s:%d] ID3D11Device::CreateInputLayout() failed, %x. \n", kFunc, 245, (unsigned)hr);

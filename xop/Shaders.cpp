@@ -6,6 +6,12 @@ namespace xop {
 
 const ShaderCode kQuadVertexShader = {kQuadVS, sizeof(kQuadVS), "QuadVS"};
 
+const D3D11_INPUT_ELEMENT_DESC kQuadInputLayout[3] = {
+    {"POSITION", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 0, D3D11_INPUT_PER_VERTEX_DATA, 0},
+    {"TEXCOORD", 0, DXGI_FORMAT_R32G32_FLOAT, 0, 12, D3D11_INPUT_PER_VERTEX_DATA, 0},
+    {"COLOR", 0, DXGI_FORMAT_R32G32B32A32_FLOAT, 0, 20, D3D11_INPUT_PER_VERTEX_DATA, 0},
+};
+
 const ShaderCode kPixelShaders[7] = {
     {nullptr, 0, "none"},
     {kBgraPS, sizeof(kBgraPS), "BgraPS"},

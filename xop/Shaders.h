@@ -1,5 +1,7 @@
 #pragma once
 // Compiled shaders (DXBC, vs_4_0 / ps_4_0) embedded in the library.
+#include <d3d11.h>
+
 #include <cstddef>
 
 namespace xop {
@@ -11,6 +13,9 @@ struct ShaderCode {
 };
 
 extern const ShaderCode kQuadVertexShader;
+// The quad vertex the vertex shader reads (36 bytes): position, texture
+// coordinate, colour.
+extern const D3D11_INPUT_ELEMENT_DESC kQuadInputLayout[3];
 // Pixel shaders by output-bank index; index 0 has none (code null).
 extern const ShaderCode kPixelShaders[7];
 

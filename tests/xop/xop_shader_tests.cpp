@@ -148,14 +148,9 @@ TEST(Shaders, EveryShaderCreatesOnTheDevice) {
     ID3D11VertexShader* vs = nullptr;
     EXPECT_HRESULT_SUCCEEDED(device->CreateVertexShader(xop::kQuadVertexShader.code, xop::kQuadVertexShader.size,
                                                         nullptr, &vs));
-    const D3D11_INPUT_ELEMENT_DESC layout[] = {
-        {"POSITION", 0, DXGI_FORMAT_R32G32B32_FLOAT, 0, 0, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"TEXCOORD", 0, DXGI_FORMAT_R32G32_FLOAT, 0, 12, D3D11_INPUT_PER_VERTEX_DATA, 0},
-        {"COLOR", 0, DXGI_FORMAT_R32G32B32A32_FLOAT, 0, 20, D3D11_INPUT_PER_VERTEX_DATA, 0},
-    };
     ID3D11InputLayout* input = nullptr;
     EXPECT_HRESULT_SUCCEEDED(
-        device->CreateInputLayout(layout, 3, xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, &input));
+        device->CreateInputLayout(xop::kQuadInputLayout, 3, xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, &input));
     if (input) input->Release();
     if (vs) vs->Release();
     for (int i = 1; i < 7; ++i) {
