@@ -2,8 +2,7 @@
 # Creates the Wine prefix the tests and the demo run in (once), with the
 # font families Wine lacks mapped to Debian's fonts.
 set -euo pipefail
-export WINEPREFIX=${WINEPREFIX:-${QUILLON_CACHE:-$HOME/.cache/quillon}/wineprefix}
-export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+. "$(dirname "$0")/wine-env.sh"
 STAMP=$WINEPREFIX/.quillon-fonts-v2
 [[ -f $STAMP ]] && exit 0
 echo "[wine] preparing $WINEPREFIX"

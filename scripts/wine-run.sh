@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
 # Runs a Windows program under Wine in the project's prefix. CTest uses it as
 # the cross-compiling emulator.
-export WINEPREFIX=${WINEPREFIX:-${QUILLON_CACHE:-$HOME/.cache/quillon}/wineprefix}
-export WINEDEBUG=${WINEDEBUG:--all}
-export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
+. "$(dirname "$0")/wine-env.sh"
 exec wine "$@"

@@ -2,8 +2,7 @@
 # Runs a command with an X display for Wine (a private Xvfb unless DISPLAY is
 # already set) and one persistent wineserver for the whole run.
 set -euo pipefail
-export WINEPREFIX=${WINEPREFIX:-${QUILLON_CACHE:-$HOME/.cache/quillon}/wineprefix}
-export WINEDEBUG=${WINEDEBUG:--all}
+. "$(dirname "$0")/wine-env.sh"
 XVFB_PID=
 cleanup() {
   wineserver -k >/dev/null 2>&1 || true
