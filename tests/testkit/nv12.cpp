@@ -1,5 +1,6 @@
 #include "testkit/nv12.h"
 
+#include "player/Nv12Pool.h"
 #include "xop/D3D11RenderTexture.h"
 
 #include <algorithm>
@@ -111,21 +112,7 @@ bool DecoderPool::Write(UINT slice, const Nv12Picture& picture)
     return true;
 }
 
-bool CanSampleNv12(ID3D11Device* device)
-{
-    if (!device) return false;
-    const D3D11_TEXTURE2D_DESC d = Nv12Desc(64, 64, D3D11_USAGE_DEFAULT, D3D11_BIND_SHADER_RESOURCE, 0, 1, 0);
-    ComPtr<ID3D11Texture2D> texture;
-    if (FAILED(device->CreateTexture2D(&d, nullptr, &texture))) return false;
-    D3D11_SHADER_RESOURCE_VIEW_DESC v = {};
-    v.ViewDimension = D3D11_SRV_DIMENSION_TEXTURE2D;
-    v.Texture2D.MipLevels = 1;
-    ComPtr<ID3D11ShaderResourceView> luma, chroma;
-    v.Format = DXGI_FORMAT_R8_UNORM;
-    if (FAILED(device->CreateShaderResourceView(texture.Get(), &v, &luma))) return false;
-    v.Format = DXGI_FORMAT_R8G8_UNORM;
-    return SUCCEEDED(device->CreateShaderResourceView(texture.Get(), &v, &chroma));
-}
+bool CanSampleNv12(ID3D11Device* device) { return Nv12Pool::CanSampleNv12(device); }
 
 bool OnNv12Stack()
 {
