@@ -3,7 +3,7 @@
 # Debian 13 root file system that scripts/stack2.sh builds once):
 #   scripts/with-stack2.sh CMD...
 # CMD runs from the same working directory, with the repository, the working
-# directory, $QUILLON_BUILD_DIR and every absolute directory named in its
+# directory, $QUILLON_BUILD_DIR, the cache (the FFmpeg build) and every absolute directory named in its
 # arguments visible at the same paths, under a private Xvfb and one
 # persistent wineserver (scripts/with-display.sh), with QUILLON_STACK=2.
 # WINEPREFIX is the stack's DXVK prefix, or a private copy of it at
@@ -29,7 +29,7 @@ if [[ -n ${QUILLON_STACK2_PREFIX:-} ]]; then
 fi
 
 # Host directories to show inside: not the system's own, not the stack's.
-binds=("$ROOT" "$PWD" "$PREFIX")
+binds=("$ROOT" "$PWD" "$PREFIX" "${QUILLON_CACHE:-$HOME/.cache/quillon}")
 [[ -n ${QUILLON_BUILD_DIR:-} ]] && binds+=("$QUILLON_BUILD_DIR")
 for a in "$@"; do
   a=${a#--*=}
@@ -42,6 +42,11 @@ for d in "${binds[@]}"; do
     /|/bin*|/boot*|/dev*|/etc*|/lib*|/proc*|/run*|/sbin*|/sys*|/usr*|/var*|"$ROOTFS"*) continue ;;
   esac
   shown+=("$d")
+done
+# The build's CMake files name the host CMake's own data directory (CPack's
+# templates): show it where the stack's CMake has none of that version.
+for d in /usr/share/cmake-*; do
+  [[ -d $d/Templates && ! -e $ROOTFS$d/Templates ]] && shown+=("$d")
 done
 # Parents before children, each once.
 mapfile -t shown < <(printf '%s\n' "${shown[@]}" | sort -u)
