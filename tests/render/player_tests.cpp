@@ -10,13 +10,12 @@
 #include <cmath>
 #include <cstdio>
 #include <algorithm>
-#include <array>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "player/PlayerSource.h"
+#include "testkit/nv12.h"
 #include "testkit/testkit.h"
 
 namespace {
@@ -85,12 +84,6 @@ bool ReadStoredPng(const std::string& path, Image& image)
     return true;
 }
 
-bool OnStack2()
-{
-    const char* stack = getenv("QUILLON_STACK");
-    return stack && strcmp(stack, "2") == 0;
-}
-
 // FFmpeg's decode of the clip, picture `index` (0-based) in output order,
 // converted with studio-range BT.709 or BT.601.
 bool ReferencePicture(const std::string& clip, int index, bool bt709, Image& image)
@@ -114,12 +107,12 @@ bool ReferencePicture(const std::string& clip, int index, bool bt709, Image& ima
     for (int y = 0; y < p.height; ++y) {
         for (int x = 0; x < p.width; ++x) {
             const int c = (y / 2) * (p.width / 2) + x / 2;
-            const double l = 1.1644 * (Y[y * p.width + x] - 16), u = U[c] - 128.0, v = V[c] - 128.0;
-            const std::array<double, 3> rgb = bt709 ? std::array<double, 3>{l + 1.7927 * v, l - 0.2132 * u - 0.5329 * v, l + 2.1124 * u}
-                                                    : std::array<double, 3>{l + 1.596 * v, l - 0.3918 * u - 0.813 * v, l + 2.0172 * u};
-            for (int k = 0; k < 3; ++k)
-                image.rgb[(static_cast<size_t>(y) * p.width + x) * 3 + k] =
-                    static_cast<unsigned char>(std::lround(std::fmin(255.0, std::fmax(0.0, rgb[k]))));
+            const testkit::Yuv yuv = {Y[y * p.width + x], U[c], V[c]};
+            const testkit::Rgb rgb = bt709 ? testkit::Bt709ToRgb(yuv) : testkit::Bt601ToRgb(yuv);
+            unsigned char* out = &image.rgb[(static_cast<size_t>(y) * p.width + x) * 3];
+            out[0] = static_cast<unsigned char>(rgb.r);
+            out[1] = static_cast<unsigned char>(rgb.g);
+            out[2] = static_cast<unsigned char>(rgb.b);
         }
     }
     return true;
@@ -202,7 +195,7 @@ void ExpectAgreement(const Agreement& a, int w, int h)
 TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
 {
     // Software decoding everywhere here; the texture path where NV12 can be sampled.
-    const bool texturePath = OnStack2();
+    const bool texturePath = testkit::OnNv12Stack();
     const std::string path = std::string("QuillonPlay: path: software decoding, shown through the ") +
                              (texturePath ? "GPU texture path" : "CPU-data path");
     const int frames = 20;
