@@ -24,6 +24,7 @@ double BaselineFps(HWND window, const xop::FrameImage& image, DWORD runMs)
     BaselineLoop loop(window, image.width, image.height);
     if (!loop.Ok()) return 0.0;
     loop.UseI420(image);
+    testkit::PumpMessages();  // a pending repaint of the window would cover the loop's pictures
     const double fps = FramesPerSecond([&] { loop.Frame(); }, runMs);
     // Proof that the loop drew the picture: its centre on the screen.
     const COLORREF centre =

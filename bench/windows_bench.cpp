@@ -4,7 +4,7 @@
 // doing the same upload, draw and present in turn; and against one device
 // with sixteen swap chains, the lower bound that one device per render
 // object trades away. Then where the hand-written loop's time goes with
-// one device alive and with sixteen.
+// one device alive and with sixteen, and the SDK's renderer core's.
 //
 // Never two swap chains on one window at a time (the Vulkan stack cannot
 // destroy such a device): each contender releases its swap chains before
@@ -18,6 +18,7 @@
 #include "bench/baseline_loop.h"
 #include "bench/bench_common.h"
 #include "bench/sdk_helpers.h"
+#include "xop/D3D11Renderer.h"
 
 namespace {
 
@@ -61,6 +62,61 @@ double LoopFps(const std::vector<HWND>& windows, const xop::FrameImage& image, b
         kRunMs);
 }
 
+// The renderer core's frame steps as the SDK's CPU-data path runs them,
+// with the Direct2D pass of PresentOutput timed on its own.
+struct StepRenderer : xop::D3D11Renderer {
+    using D3D11Renderer::m_d2dRenderTarget;
+};
+
+struct CoreTimes {
+    double convert = 0, copy = 0, pass2d = 0, present = 0;
+    int frames = 0;
+};
+
+double CoreFps(const std::vector<HWND>& windows, const xop::FrameImage& image, CoreTimes* t)
+{
+    std::vector<std::unique_ptr<StepRenderer>> renderers;
+    for (HWND w : windows) {
+        renderers.emplace_back(new StepRenderer);
+        if (!renderers.back()->Init(w) || !renderers.back()->InitInputTextures(kW, kH, image.format)) return 0.0;
+    }
+    size_t next = 0;
+    return bench::FramesPerSecond(
+        [&] {
+            StepRenderer& r = *renderers[next];
+            next = (next + 1) % renderers.size();
+            const double t0 = bench::Now();
+            r.BeginFrame();
+            r.UpdateFrame(image);
+            r.ApplySharpen();
+            const double t1 = bench::Now();
+            Microsoft::WRL::ComPtr<ID2D1RenderTarget> target;
+            target.Swap(r.m_d2dRenderTarget);
+            r.PresentOutput(nullptr);  // the copy to the back buffer alone
+            target.Swap(r.m_d2dRenderTarget);
+            const double t2 = bench::Now();
+            if (target) {
+                target->BeginDraw();
+                target->EndDraw();
+            }
+            const double t3 = bench::Now();
+            r.PresentSwapChain();
+            const double t4 = bench::Now();
+            t->convert += t1 - t0;
+            t->copy += t2 - t1;
+            t->pass2d += t3 - t2;
+            t->present += t4 - t3;
+            ++t->frames;
+        },
+        kRunMs);
+}
+
+std::vector<double> CoreRow(const CoreTimes& t)
+{
+    const double n = t.frames > 0 ? t.frames / 1000.0 : 1.0;  // ms per frame
+    return {t.convert / n, t.copy / n, t.pass2d / n, t.present / n, (t.convert + t.copy + t.pass2d + t.present) / n};
+}
+
 std::vector<double> StepRow(const bench::StepTimes& t)
 {
     const double n = t.frames > 0 ? t.frames / 1000.0 : 1.0;  // ms per frame
@@ -89,6 +145,9 @@ int main()
     const double sdkAll = SdkFps(sdk.api, windows, picture);
     const double loopAll = LoopFps(windows, image, false, &allSteps);
     const double loopShared = LoopFps(windows, image, true, &sharedSteps);
+    CoreTimes coreOne, coreAll;
+    CoreFps(first, image, &coreOne);
+    CoreFps(windows, image, &coreAll);
     for (HWND w : windows) DestroyWindow(w);
 
     auto ratio = [](double a, double b) { return a / (b > 0 ? b : 1.0); };
@@ -104,6 +163,12 @@ int main()
     steps.Row("16 windows, 16 devices", StepRow(allSteps));
     steps.Row("16 windows, 1 device", StepRow(sharedSteps));
     steps.Publish(3);
+
+    bench::Table core("many_windows_sdk_steps", "renderer core",
+                      {"upload+convert ms", "copy ms", "2D pass ms", "present ms", "frame ms"});
+    core.Row("1 window, 1 device", CoreRow(coreOne));
+    core.Row("16 windows, 16 devices", CoreRow(coreAll));
+    core.Publish(3);
     sdk.api.QuillonCleanup();
     return 0;
 }
