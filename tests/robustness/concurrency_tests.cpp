@@ -6,6 +6,9 @@
 // QuillonRenderSetWnd and decoding. Like such a host, the threads serialise
 // creation and release against every other call (a shared/exclusive lock).
 //
+// Where NV12 textures can be sampled (stack 2), half of the pictures come
+// from a decoder-shaped texture array on the thread's own renderer device.
+//
 // Afterwards every tile shows its own last picture with its own overlay,
 // every call returned what the interface allows, and every line of the log
 // file written by Velmor.dll is one whole record.
@@ -14,6 +17,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <regex>
 #include <string>
@@ -29,15 +33,9 @@ constexpr int kTileW = 200, kTileH = 150;  // each thread's window
 constexpr int kPicW = 64, kPicH = 48;
 constexpr int kTolerance = 24;
 
-bool OnStack2()
-{
-    const char* stack = getenv("QUILLON_STACK");
-    return stack && std::string(stack) == "2";
-}
-
 // Stack 1 presents slowly once several devices exist; four threads keep the
 // run short there. Stack 2 runs a full wall of sixteen.
-int ThreadCount() { return OnStack2() ? 16 : 4; }
+int ThreadCount() { return testkit::OnNv12Stack() ? 16 : 4; }
 
 SRWLOCK g_lifetimes = SRWLOCK_INIT;  // exclusive: create and release; shared: every other call
 
@@ -172,9 +170,30 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
 
     std::vector<uint8_t> own = Picture(TileColour(t.index));
     std::vector<uint8_t> other = Picture(TileColour((t.index + 5) % 16));
+    // Slice 1 holds the own colour, slice 2 the other one.
+    std::unique_ptr<testkit::DecoderPool> pool;
+    if (testkit::OnNv12Stack()) {
+        ID3D11Device* device = static_cast<ID3D11Device*>(init.device);
+        Expect(testkit::CanSampleNv12(device), t.index, "NV12 sampling on stack 2", 0);
+        pool.reset(new testkit::DecoderPool(device, kPicW, kPicH, 4));
+        for (int slice = 1; slice <= 2; ++slice) {
+            const Rgb c = TileColour(slice == 1 ? t.index : (t.index + 5) % 16);
+            const testkit::Nv12Picture picture(pool->Width(), pool->Height(), testkit::Bt709FromRgb({c.r, c.g, c.b}));
+            Expect(pool->Ok() && pool->Write(slice, picture), t.index, "writing the decoder pool", slice);
+        }
+    }
+    auto frameOf = [&](bool mine, bool fromPool) {
+        ShowFrameData frame = CpuFrame(mine ? own : other, kPicW, kPicH);
+        if (fromPool && pool) {
+            frame.data = nullptr;
+            frame.texture = pool->Texture();
+            frame.arraySlice = mine ? 1 : 2;
+        }
+        return frame;
+    };
     DecodeRecords records(32);
     for (int i = 0; GetTickCount() < deadline || i < 8; ++i) {
-        ShowFrameData frame = CpuFrame(i % 2 ? own : other, kPicW, kPicH);
+        ShowFrameData frame = frameOf(i % 2, i % 4 >= 2);
         r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
         Expect(r == 0, t.index, "QuillonRenderShowFrame", r);
         ++g_pictures;
@@ -219,13 +238,17 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
         }
     }
 
-    // The last picture: own colour on the whole target, with the overlay.
+    // The last picture: own colour on the whole target, with the overlay;
+    // from the pool on even tiles where there is one.
     Resize(t.window, kTileW, kTileH);
     DstRect whole = {0, 0, 0, 0};
     r = Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_SET_DST_RECT, &whole, sizeof(whole)); });
     Expect(r == 0, t.index, "Config 6", r);
+    EZoomArea all = {0.0, 0.0, 1.0, 1.0};
+    r = Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_EZOOM_AREA, &all, sizeof(all)); });
+    Expect(r == 0, t.index, "Config 5", r);
     SetCallback(t, DrawTileOverlay);
-    ShowFrameData last = CpuFrame(own, kPicW, kPicH);
+    ShowFrameData last = frameOf(true, t.index % 2 == 0);
     for (int k = 0; k < 2; ++k) {
         r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
         Expect(r == 0, t.index, "QuillonRenderShowFrame (last)", r);
@@ -237,7 +260,7 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
     for (int k = 0; !g_checked; ++k) {
         testkit::PumpMessages();
         Sleep(50);
-        if (OnStack2() && k % 4 == 3) Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
+        if (testkit::OnNv12Stack() && k % 4 == 3) Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
     }
 
     r = Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); });
