@@ -97,6 +97,7 @@ struct Tile {
     QuillonRenderHandle render = nullptr;
     DWORD threadId = 0;
     HWND window = nullptr;
+    HWND spare = nullptr;  // another window the render object visits
     std::atomic<int> callbacks{0};
 };
 
@@ -155,6 +156,7 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
 {
     t.threadId = GetCurrentThreadId();
     t.window = testkit::CreateTestWindow(t.index % 4 * kTileW, t.index / 4 * kTileH, kTileW, kTileH, "concurrency");
+    t.spare = testkit::CreateTestWindow(t.index * 50, 4 * kTileH + 20, 48, 36, "concurrency spare");
     t.render = Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
     QuillonDecoderHandle decoder = Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
     Expect(t.render && decoder, t.index, "create", 0);
@@ -232,6 +234,14 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
                 Resize(t.window, kTileW, kTileH);
                 break;
             case 6:
+                // Over to the spare window and back. (Not straight onto the
+                // window it is on: the old swap chain lives on until the new
+                // one's render targets replace it, and the Vulkan stack
+                // cannot have two swap chains on one window.)
+                r = Shared([&] { return sdk.QuillonRenderSetWnd(t.render, t.spare); });
+                Expect(r == 0, t.index, "QuillonRenderSetWnd", r);
+                r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
+                Expect(r == 0, t.index, "QuillonRenderShowFrame (spare window)", r);
                 r = Shared([&] { return sdk.QuillonRenderSetWnd(t.render, t.window); });
                 Expect(r == 0, t.index, "QuillonRenderSetWnd", r);
                 break;
@@ -268,6 +278,7 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
     r = Exclusive([&] { return sdk.QuillonRenderRelease(t.render); });
     Expect(r == 1, t.index, "QuillonRenderRelease", r);
     DestroyWindow(t.window);
+    DestroyWindow(t.spare);
 }
 
 // The tile's own colour at corners and centre, its white line at the top.
