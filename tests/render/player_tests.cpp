@@ -5,6 +5,8 @@
 // and shows the pictures through the texture path where the device samples
 // NV12 (QUILLON_STACK=2: converted with BT.709, zoom and destination
 // rectangle applied by the library), else through the CPU-data path (BT.601).
+// Also: pacing by timestamps, the count of lost pictures on damaged clips,
+// and the player's NV12 pool byte for byte.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,11 +16,15 @@
 #include <string>
 #include <vector>
 
+#include "player/Nv12Pool.h"
 #include "player/PlayerSource.h"
 #include "testkit/nv12.h"
 #include "testkit/testkit.h"
+#include "xop/D3D11RenderTexture.h"
 
 namespace {
+
+using Microsoft::WRL::ComPtr;
 
 struct Image {
     int width = 0;
@@ -329,6 +335,106 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     // Bad input: a usage message and exit code 1; a missing file: 2.
     EXPECT_EQ(Play(*s_dir, "--frames").exitCode, 1u);
     EXPECT_EQ(Play(*s_dir, "\"" + s_dir->Path() + "absent.264\"").exitCode, 2u);
+}
+
+// A picture whose every sample tells its place: luma from (x, y), chroma
+// from (x, y) of its own plane and `seed`.
+I420Picture Numbered(int w, int h, int seed)
+{
+    I420Picture p;
+    p.width = w;
+    p.height = h;
+    p.bytes.resize(static_cast<size_t>(w) * h * 3 / 2);
+    uint8_t* u = p.bytes.data() + w * h;
+    uint8_t* v = u + w * h / 4;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) p.bytes[y * w + x] = static_cast<uint8_t>(x * 3 + y * 5 + seed);
+    for (int y = 0; y < h / 2; ++y)
+        for (int x = 0; x < w / 2; ++x) {
+            u[y * (w / 2) + x] = static_cast<uint8_t>(16 + x + 2 * y + seed);
+            v[y * (w / 2) + x] = static_cast<uint8_t>(200 - x - y + seed);
+        }
+    return p;
+}
+
+// Slice `slice` of the pool must hold `p` as NV12 with its last column and
+// row repeated into the padding; the first wrong byte is returned.
+std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, const I420Picture& p)
+{
+    ComPtr<ID3D11DeviceContext> context;
+    device->GetImmediateContext(&context);
+    const D3D11_TEXTURE2D_DESC desc = xop::TextureDesc(pool.Width(), pool.Height(), DXGI_FORMAT_NV12,
+                                                       D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
+    ComPtr<ID3D11Texture2D> staging;
+    if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return "no staging texture";
+    context->CopySubresourceRegion(staging.Get(), 0, 0, 0, 0, pool.Texture(), slice, nullptr);
+    D3D11_MAPPED_SUBRESOURCE map = {};
+    if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &map))) return "cannot map";
+    const uint8_t* got = static_cast<const uint8_t*>(map.pData);
+    const uint8_t* u = p.bytes.data() + p.width * p.height;
+    const uint8_t* v = u + p.width * p.height / 4;
+    std::string wrong;
+    for (int y = 0; y < pool.Height() * 3 / 2 && wrong.empty(); ++y) {
+        for (int x = 0; x < pool.Width() && wrong.empty(); ++x) {
+            int want;
+            if (y < pool.Height()) {
+                want = p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)];
+            } else {
+                const int c = std::min(y - pool.Height(), p.height / 2 - 1) * (p.width / 2) + std::min(x / 2, p.width / 2 - 1);
+                want = x % 2 ? v[c] : u[c];
+            }
+            if (got[y * map.RowPitch + x] != want)
+                wrong = "slice " + std::to_string(slice) + " at " + std::to_string(x) + "," + std::to_string(y) + ": " +
+                        std::to_string(got[y * map.RowPitch + x]) + " instead of " + std::to_string(want);
+        }
+    }
+    context->Unmap(staging.Get(), 0);
+    return wrong;
+}
+
+TEST(Nv12PoolUpload, FillsSlicesInTurnWithThePictureAndItsEdgesRepeated)
+{
+    ComPtr<ID3D11Device> device;
+    ASSERT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0,
+                                               D3D11_SDK_VERSION, &device, nullptr, nullptr));
+    QUILLON_REQUIRE_NV12_SAMPLING(device.Get());  // slices of NV12 arrays read back as zeros on stack 1
+    Nv12Pool pool;
+    ASSERT_TRUE(pool.Create(device.Get(), 70, 40, 3)) << pool.Error();
+    EXPECT_EQ(pool.Width(), 96);
+    EXPECT_EQ(pool.Height(), 64);
+
+    std::vector<I420Picture> pictures;
+    for (int i = 0; i < 4; ++i) {
+        pictures.push_back(Numbered(70, 40, i * 40));
+        ShowFrameData frame;
+        memset(&frame, 0, sizeof(frame));
+        ASSERT_TRUE(pool.Upload(pictures.back(), frame)) << pool.Error();
+        EXPECT_EQ(frame.texture, pool.Texture());
+        EXPECT_EQ(frame.arraySlice, static_cast<unsigned>(i % 3));
+        EXPECT_EQ(frame.width, 70);
+        EXPECT_EQ(frame.height, 40);
+    }
+    EXPECT_EQ(CheckSlice(device.Get(), pool, 0, pictures[3]), "");
+    EXPECT_EQ(CheckSlice(device.Get(), pool, 2, pictures[2]), "");
+
+    // Malformed pictures are refused and leave the record alone.
+    ShowFrameData frame;
+    memset(&frame, 0, sizeof(frame));
+    I420Picture odd = Numbered(70, 40, 0);
+    odd.width = 69;
+    I420Picture shortBytes = Numbered(70, 40, 0);
+    shortBytes.bytes.resize(70 * 40);
+    EXPECT_FALSE(pool.Upload(odd, frame));
+    EXPECT_FALSE(pool.Upload(shortBytes, frame));
+    EXPECT_EQ(frame.texture, nullptr);
+
+    // A larger picture makes a larger pool.
+    const I420Picture large = Numbered(100, 80, 7);
+    ASSERT_TRUE(pool.Upload(large, frame)) << pool.Error();
+    EXPECT_EQ(pool.Width(), 128);
+    EXPECT_EQ(pool.Height(), 96);
+    EXPECT_EQ(frame.arraySlice, 0u);
+    EXPECT_EQ(CheckSlice(device.Get(), pool, 0, large), "");
 }
 
 }  // namespace
