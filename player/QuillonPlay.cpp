@@ -30,7 +30,7 @@ const char kUsage[] =
     "  --screenshot FILE  write the window to FILE (.png or .bmp) after the last picture\n"
     "  --progress         print frames shown and frames per second while playing\n"
     "  --zoom L,T,R,B     electronic zoom, fractions of the picture (default 0,0,1,1)\n"
-    "  --dst L,T,R,B      destination rectangle in window pixels (hardware path)\n"
+    "  --dst L,T,R,B      destination rectangle in window pixels (GPU texture path only)\n"
     "  --size WxH         window client size (default: the picture size)\n"
     "  --no-overlay       no timestamp, polyline or privacy region\n"
     "  --software         decode in software even where the hardware decoder works\n"
