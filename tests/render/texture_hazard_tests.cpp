@@ -6,6 +6,8 @@
 
 #include <d3d11.h>
 
+#include <functional>
+
 #include "render/CLS_D3D11vaRenderer.h"
 #include "testkit/nv12.h"
 #include "testkit/testkit.h"
@@ -70,12 +72,18 @@ ShowFrameData Slice(const DecoderPool& pool, UINT slice, int w, int h)
 
 bool Near(COLORREF c, Rgb want, int tolerance) { return testkit::Near(c, want.r, want.g, want.b, tolerance); }
 
-void ExpectPixel(HWND wnd, int x, int y, Rgb want, int tolerance = 3)
+// Calls `show` until the client pixel (x, y) is `want`: a swap chain made
+// anew may drop its first pictures.
+void ExpectPixel(HWND wnd, int x, int y, Rgb want, const std::function<void()>& show)
 {
-    const COLORREF c = testkit::WaitForClientPixel(wnd, x, y, [&](COLORREF p) { return Near(p, want, tolerance); });
-    EXPECT_TRUE(Near(c, want, tolerance)) << "pixel (" << x << "," << y << ") = rgb " << int(GetRValue(c)) << ","
-                                          << int(GetGValue(c)) << "," << int(GetBValue(c)) << ", want " << want.r
-                                          << "," << want.g << "," << want.b;
+    COLORREF c = 0;
+    for (int i = 0; i < 20 && !Near(c, want, 3); ++i) {
+        show();
+        c = testkit::WaitForClientPixel(wnd, x, y, [&](COLORREF p) { return Near(p, want, 3); }, 150);
+    }
+    EXPECT_TRUE(Near(c, want, 3)) << "pixel (" << x << "," << y << ") = rgb " << int(GetRValue(c)) << ","
+                                  << int(GetGValue(c)) << "," << int(GetBValue(c)) << ", want " << want.r << ","
+                                  << want.g << "," << want.b;
 }
 
 class Window {
@@ -157,7 +165,7 @@ TEST(TextureInput, CopyTargetIsDefaultUploadTargetDynamicAndBothNv12ShadersConve
     EXPECT_EQ(d.Usage, D3D11_USAGE_DEFAULT);  // a copy destination: never DYNAMIC
     EXPECT_EQ(d.BindFlags, UINT(D3D11_BIND_SHADER_RESOURCE));
     EXPECT_EQ(d.CPUAccessFlags, 0u);
-    ExpectPixel(window.hwnd, 32, 32, testkit::Bt709ToRgb(c));
+    ExpectPixel(window.hwnd, 32, 32, testkit::Bt709ToRgb(c), [&] { r.ShowDecodedFrame(&f); });
 
     const Yuv c2 = {150, 200, 60};
     Nv12Picture cpu(64, 64, c2);
@@ -165,9 +173,8 @@ TEST(TextureInput, CopyTargetIsDefaultUploadTargetDynamicAndBothNv12ShadersConve
     d = r.InputDesc();
     EXPECT_EQ(d.Usage, D3D11_USAGE_DYNAMIC);  // mapped with WRITE_DISCARD
     EXPECT_EQ(d.CPUAccessFlags, UINT(D3D11_CPU_ACCESS_WRITE));
-    ExpectPixel(window.hwnd, 32, 32, testkit::Bt709ToRgb(c2));
-    r.ShowInputBt601();
-    ExpectPixel(window.hwnd, 32, 32, testkit::Bt601ToRgb(c2));
+    ExpectPixel(window.hwnd, 32, 32, testkit::Bt709ToRgb(c2), [&] { r.ShowCpuNv12(cpu); });
+    ExpectPixel(window.hwnd, 32, 32, testkit::Bt601ToRgb(c2), [&] { r.ShowInputBt601(); });
 }
 
 TEST(TextureSharpen, StepEdgeGetsSteeperAndZeroLeavesIt)

@@ -96,8 +96,8 @@ TEST_F(Render, SliceQuadrantsShowInBt709AndPaddingRowsNever)
         Shows(wnd, 360, 202, Rgb709(kWhite));
         // 4:1 down: the last row samples source rows 1077-1078, where a
         // 1088-row crop would reach the magenta padding.
-        Shows(wnd, 120, 269, Rgb709(kBlue));
-        Shows(wnd, 360, 269, Rgb709(kWhite));
+        ShowsAt(h, f, wnd, 120, 269, Rgb709(kBlue));
+        ShowsAt(h, f, wnd, 360, 269, Rgb709(kWhite));
     }
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 }
@@ -109,12 +109,14 @@ TEST_F(Render, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
     QuillonRenderHandle h = OnWindow(wnd, &init);
     DecoderPool pool(DeviceOf(init), 1280, 720);
     ASSERT_EQ(pool.Height(), 736);
-    // Colour edges at source column 400 and row 300.
+    // Edges at source column 400 and row 300 between four greys: chroma is
+    // the same everywhere, so the luma edges land on exact pixels.
+    const Yuv tl = {40, 128, 128}, tr = {90, 128, 128}, bl = {150, 128, 128}, br = {210, 128, 128};
     Nv12Picture picture(1280, 736, kMagenta);
-    picture.Fill(0, 0, 400, 300, kRed);
-    picture.Fill(400, 0, 880, 300, kGreen);
-    picture.Fill(0, 300, 400, 420, kBlue);
-    picture.Fill(400, 300, 880, 420, kWhite);
+    picture.Fill(0, 0, 400, 300, tl);
+    picture.Fill(400, 0, 880, 300, tr);
+    picture.Fill(0, 300, 400, 420, bl);
+    picture.Fill(400, 300, 880, 420, br);
     ASSERT_TRUE(pool.Write(1, picture));
     ShowFrameData f = Slice(pool, 1, 1280, 720);
     QUILLON_REQUIRE_NV12_SAMPLING(DeviceOf(init));
@@ -123,20 +125,20 @@ TEST_F(Render, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
     // so the edges land on client column 80 and row 120 exactly.
     EZoomArea zoom = {0.25, 0.25, 0.75, 0.75};
     ASSERT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_EZOOM_AREA, &zoom, sizeof(zoom)), 0);
-    ShowsAt(h, f, wnd, 79, 119, Rgb709(kRed));
-    Shows(wnd, 80, 119, Rgb709(kGreen));
-    Shows(wnd, 79, 120, Rgb709(kBlue));
-    Shows(wnd, 80, 120, Rgb709(kWhite));
-    Shows(wnd, 639, 359, Rgb709(kWhite));
+    ShowsAt(h, f, wnd, 79, 119, Rgb709(tl));
+    Shows(wnd, 80, 119, Rgb709(tr));
+    Shows(wnd, 79, 120, Rgb709(bl));
+    Shows(wnd, 80, 120, Rgb709(br));
+    Shows(wnd, 639, 359, Rgb709(br));
 
     // Into (100,50)-(420,230) at half size: edges at column 140, row 110;
     // black around it.
     DstRect dst = {100, 50, 420, 230};
     ASSERT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_SET_DST_RECT, &dst, sizeof(dst)), 0);
-    ShowsAt(h, f, wnd, 139, 109, Rgb709(kRed));
-    Shows(wnd, 140, 109, Rgb709(kGreen));
-    Shows(wnd, 139, 110, Rgb709(kBlue));
-    Shows(wnd, 140, 110, Rgb709(kWhite));
+    ShowsAt(h, f, wnd, 139, 109, Rgb709(tl));
+    Shows(wnd, 140, 109, Rgb709(tr));
+    Shows(wnd, 139, 110, Rgb709(bl));
+    Shows(wnd, 140, 110, Rgb709(br));
     Shows(wnd, 99, 100, kBlack);
     Shows(wnd, 420, 100, kBlack);
     Shows(wnd, 200, 49, kBlack);
@@ -146,8 +148,8 @@ TEST_F(Render, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
     // 1280 x 736 array, padding included, fills the rectangle.
     EZoomArea wide = {-1.0, -1.0, 2.0, 2.0};
     ASSERT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_EZOOM_AREA, &wide, sizeof(wide)), 0);
-    ShowsAt(h, f, wnd, 102, 52, Rgb709(kRed));
-    Shows(wnd, 418, 228, Rgb709(kMagenta));
+    ShowsAt(h, f, wnd, 418, 228, Rgb709(kMagenta));
+    Shows(wnd, 102, 52, Rgb709(tl));
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 }
 
