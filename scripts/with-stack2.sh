@@ -10,6 +10,8 @@
 # $QUILLON_STACK2_PREFIX (made or refreshed here): runs at the same time
 # must not share a prefix. Every mount vanishes when the run ends.
 set -euo pipefail
+# Chroot and mounts need root: ask sudo, keeping the environment (the cache).
+[[ $(id -u) == 0 ]] || exec sudo -E "$0" "$@"
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 [[ $# -gt 0 ]] || { echo "usage: $0 CMD..." >&2; exit 2; }
 . "$ROOT/scripts/stack2-chroot.sh"
