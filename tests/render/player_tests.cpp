@@ -2,7 +2,8 @@
 // H.264 in Matroska, raw HEVC) through QuillonSDK.dll, and its screenshot of
 // the last picture matches FFmpeg's own decode of that picture converted
 // with BT.601. Under Wine the hardware decoder cannot be set up, so this
-// also covers the software fallback and the CPU-data path.
+// also covers the software fallback and the CPU-data path. The video wall
+// QuillonWall.exe is checked the same way, tile by tile.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -114,6 +115,49 @@ bool ReferencePicture(const std::string& clip, int index, Image& image)
     return true;
 }
 
+struct Match {
+    double meanDifference = 0;  // over every compared pixel and channel
+    int flat = 0;               // pixels inside flat areas of the reference
+    int worst = 0;              // largest difference inside flat areas
+    std::string where;
+};
+
+// Compares `reference` with the part of `screen` whose top-left corner is
+// (x0, y0), leaving out the reference's first `skipTop` rows and a 3-pixel
+// margin. Chroma is upsampled by filtering on screen and by repetition
+// here, so pixels next to a colour edge differ a little; inside flat areas
+// (the reference equal three pixels away, diagonals included) they agree.
+Match Compare(const Image& screen, int x0, int y0, const Image& reference, int skipTop)
+{
+    Match m;
+    long long compared = 0;
+    for (int y = std::max(3, skipTop); y + 3 < reference.height; ++y) {
+        for (int x = 3; x + 3 < reference.width; ++x) {
+            const unsigned char* shown = screen.At(x0 + x, y0 + y);
+            bool isFlat = true;
+            for (int k = 0; k < 3; ++k) {
+                const int r = reference.At(x, y)[k];
+                m.meanDifference += std::abs(shown[k] - r);
+                for (int dy = -3; dy <= 3; dy += 3)
+                    for (int dx = -3; dx <= 3; dx += 3) isFlat = isFlat && std::abs(reference.At(x + dx, y + dy)[k] - r) <= 4;
+            }
+            compared += 3;
+            if (!isFlat) continue;
+            ++m.flat;
+            for (int k = 0; k < 3; ++k) {
+                const int d = std::abs(shown[k] - reference.At(x, y)[k]);
+                if (d > m.worst) {
+                    m.worst = d;
+                    m.where = std::to_string(x) + "," + std::to_string(y) + " channel " + std::to_string(k) + ": " +
+                              std::to_string(shown[k]) + " vs " + std::to_string(reference.At(x, y)[k]);
+                }
+            }
+        }
+    }
+    m.meanDifference /= compared ? compared : 1;
+    return m;
+}
+
 testkit::ProcessRun Play(const testkit::StagedDir& dir, const std::string& arguments)
 {
     return testkit::RunProcess(dir.Path(), "\"" + dir.Path() + "QuillonPlay.exe\" " + arguments);
@@ -131,7 +175,7 @@ protected:
     static void SetUpTestSuite()
     {
         s_dir = new testkit::StagedDir("player");
-        s_dir->Add("QuillonPlay.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
+        s_dir->Add("QuillonPlay.exe").Add("QuillonWall.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
     }
     static void TearDownTestSuite() { delete s_dir; }
     static std::string Clip(const std::string& name) { return testkit::BinDir() + "..\\sample\\" + name; }
@@ -159,38 +203,10 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
         ASSERT_TRUE(ReferencePicture(Clip(name), frames - 1, reference));
         ASSERT_EQ(screen.width, reference.width);
         ASSERT_EQ(screen.height, reference.height);
-        // Chroma is upsampled by filtering on screen and by repetition here,
-        // so pixels next to a colour edge differ a little; inside flat areas
-        // (the reference equal three pixels away, diagonals included) they agree.
-        double total = 0;
-        int worst = 0, flat = 0;
-        std::string where;
-        for (int y = 0; y < screen.height; ++y) {
-            for (int x = 0; x < screen.width; ++x) {
-                bool isFlat = x >= 3 && y >= 3 && x + 3 < screen.width && y + 3 < screen.height;
-                for (int k = 0; k < 3; ++k) {
-                    const int r = reference.At(x, y)[k];
-                    total += std::abs(screen.At(x, y)[k] - r);
-                    if (isFlat)
-                        for (int dy = -3; dy <= 3; dy += 3)
-                            for (int dx = -3; dx <= 3; dx += 3)
-                                isFlat = isFlat && std::abs(reference.At(x + dx, y + dy)[k] - r) <= 4;
-                }
-                if (!isFlat) continue;
-                ++flat;
-                for (int k = 0; k < 3; ++k) {
-                    const int d = std::abs(screen.At(x, y)[k] - reference.At(x, y)[k]);
-                    if (d > worst) {
-                        worst = d;
-                        where = std::to_string(x) + "," + std::to_string(y) + " channel " + std::to_string(k) + ": " +
-                                std::to_string(screen.At(x, y)[k]) + " vs " + std::to_string(reference.At(x, y)[k]);
-                    }
-                }
-            }
-        }
-        EXPECT_LT(total / screen.rgb.size(), 3.0);
-        EXPECT_GT(flat, screen.width * screen.height / 2);
-        EXPECT_LE(worst, 8) << where;
+        const Match m = Compare(screen, 0, 0, reference, 0);
+        EXPECT_LT(m.meanDifference, 3.0);
+        EXPECT_GT(m.flat, screen.width * screen.height / 2);
+        EXPECT_LE(m.worst, 8) << m.where;
     }
 }
 
@@ -229,3 +245,57 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
 }
 
 }  // namespace
+
+// QuillonWall: every tile of the wall's screenshot shows the picture its
+// --stats line says it showed last, as FFmpeg decodes it, with the tile's
+// overlay text above it. 16 tiles where NV12 textures can be sampled (the
+// DXVK stack), 4 on Wine's own Direct3D, where many devices are slow.
+TEST_F(Player, WallShowsTheLastPictureOfEveryTile)
+{
+    const char* stack = getenv("QUILLON_STACK");
+    const int tiles = stack && std::string(stack) == "2" ? 16 : 4, columns = tiles == 16 ? 4 : 2;
+    const int tileW = 320, tileH = 240, textRows = 40;
+    const char* clips[2] = {"sample.264", "sample.265"};
+    const std::string shot = s_dir->Path() + "wall.bmp";
+    DeleteFileA(shot.c_str());
+    const testkit::ProcessRun run = testkit::RunProcess(
+        s_dir->Path(), "\"" + s_dir->Path() + "QuillonWall.exe\" --stats --seconds 3 --tiles " + std::to_string(tiles) +
+                           " --size " + std::to_string(columns * tileW) + "x" + std::to_string(tiles / columns * tileH) +
+                           " --screenshot \"" + shot + "\" \"" + Clip(clips[0]) + "\" \"" + Clip(clips[1]) + "\"");
+    ASSERT_EQ(run.exitCode, 0u) << run.output;
+    EXPECT_EQ(Count(run.output, "decoding in software"), 1u) << run.output;
+    Image screen;
+    ASSERT_TRUE(ReadBmp(shot, screen)) << run.output;
+    ASSERT_EQ(screen.width, columns * tileW);
+    ASSERT_EQ(screen.height, tiles / columns * tileH);
+
+    for (int i = 0; i < tiles; ++i) {
+        // Tiles take the files in turn; a repeat starts 5 pictures further on.
+        const std::string clip = clips[i % 2];
+        const std::string line = "tile #" + std::to_string(i + 1) + " " + clip + ": shown ";
+        const size_t at = run.output.find(line);
+        ASSERT_NE(at, std::string::npos) << run.output;
+        int shown = 0, late = 0, dropped = 0, errors = 0, last = -1;
+        ASSERT_EQ(sscanf(run.output.c_str() + at + line.size(), "%d, late %d, dropped %d, decode errors %d, cpu %*f s, last picture %d",
+                         &shown, &late, &dropped, &errors, &last), 5) << run.output.substr(at, 200);
+        SCOPED_TRACE(run.output.substr(at, run.output.find('\n', at) - at));
+        EXPECT_GT(shown, 0);
+        EXPECT_EQ(errors, 0);
+
+        Image reference;
+        ASSERT_TRUE(ReferencePicture(Clip(clip), last, reference));
+        const int x0 = i % columns * tileW, y0 = i / columns * tileH;
+        const Match m = Compare(screen, x0, y0, reference, textRows);
+        EXPECT_LT(m.meanDifference, 3.0);
+        EXPECT_GT(m.flat, tileW * tileH / 2);
+        EXPECT_LE(m.worst, 8) << m.where;
+        // The overlay's text (yellow with a black shadow) covers part of the band above.
+        int text = 0;
+        for (int y = 4; y < textRows; ++y)
+            for (int x = 4; x < tileW / 2; ++x) {
+                const unsigned char *p = screen.At(x0 + x, y0 + y), *r = reference.At(x, y);
+                text += std::abs(p[0] - r[0]) + std::abs(p[1] - r[1]) + std::abs(p[2] - r[2]) > 150;
+            }
+        EXPECT_GT(text, 100);
+    }
+}
