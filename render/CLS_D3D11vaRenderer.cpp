@@ -1,8 +1,12 @@
 #include "render/CLS_D3D11vaRenderer.h"
 
+#include <algorithm>
 #include <cstring>
 
+#include <wrl/client.h>
+
 #include "common/QuillonCommonFun.h"
+#include "xop/ComUtil.h"
 
 RECT ZoomSourceRect(int width, int height, const double zoom[4])
 {
@@ -15,12 +19,44 @@ RECT ZoomSourceRect(int width, int height, const double zoom[4])
     return MakeRectEven(r);
 }
 
-CLS_D3D11vaRenderer::~CLS_D3D11vaRenderer()
+bool FitBox(const RECT& want, UINT width, UINT height, D3D11_BOX* box)
 {
-    if (m_stagingTexture) {
-        m_stagingTexture->Release();
-        m_stagingTexture = nullptr;
-    }
+    const LONG w = static_cast<LONG>(width), h = static_cast<LONG>(height);
+    const LONG left = std::max(want.left, 0L), top = std::max(want.top, 0L);
+    const LONG right = std::min(want.right, w), bottom = std::min(want.bottom, h);
+    if (left >= right || top >= bottom) return false;
+    *box = D3D11_BOX{static_cast<UINT>(left), static_cast<UINT>(top), 0, static_cast<UINT>(right),
+                     static_cast<UINT>(bottom), 1};
+    return true;
+}
+
+CLS_D3D11vaRenderer::~CLS_D3D11vaRenderer() { ReleaseStaging(); }
+
+void CLS_D3D11vaRenderer::Destroy()
+{
+    std::lock_guard<decltype(m_mutex)> lock(m_mutex);
+    ReleaseStaging();
+    xop::D3D11Renderer::Destroy();
+}
+
+void CLS_D3D11vaRenderer::ReleaseStaging()
+{
+    if (m_stagingMapped && m_context) m_context->Unmap(m_stagingTexture, 0);
+    m_stagingMapped = false;
+    xop::SafeRelease(m_stagingTexture);
+}
+
+const char* CLS_D3D11vaRenderer::CheckSource(ID3D11Texture2D* source, UINT slice, D3D11_TEXTURE2D_DESC* desc) const
+{
+    // A texture of another device (a decoder that made its own) cannot be
+    // copied from on this device's context.
+    Microsoft::WRL::ComPtr<ID3D11Device> owner;
+    source->GetDevice(&owner);
+    if (owner.Get() != m_device) return "texture of another device";
+    source->GetDesc(desc);
+    if (desc->Format != DXGI_FORMAT_NV12 || desc->MipLevels != 1) return "texture is not NV12";
+    if (slice >= desc->ArraySize) return "arraySlice out of range";
+    return nullptr;
 }
 
 int32_t CLS_D3D11vaRenderer::ShowDecodedFrame(ShowFrameData* frame)
@@ -35,14 +71,21 @@ int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* frame)
     if (!m_context || !frame->texture) return -1;
     ID3D11Texture2D* source = static_cast<ID3D11Texture2D*>(frame->texture);
     D3D11_TEXTURE2D_DESC sourceDesc = {};
-    source->GetDesc(&sourceDesc);
-
-    const RECT crop = ZoomSourceRect(frame->width, frame->height, m_zoomArea);
-    const D3D11_BOX box = {static_cast<UINT>(crop.left), static_cast<UINT>(crop.top), 0,
-                           static_cast<UINT>(crop.right), static_cast<UINT>(crop.bottom), 1};
-    const int cropW = crop.right - crop.left;
-    const int cropH = crop.bottom - crop.top;
-    if (!EnsureInputTextures(cropW, cropH, xop::kFrameNv12)) return -1;
+    if (const char* refused = CheckSource(source, frame->arraySlice, &sourceDesc)) {
+        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::ShowDecodedFrame", 75, "%s", refused);
+        return -1;
+    }
+    // The zoom is used as the host set it, cut to the texture: a crop that
+    // leaves nothing shows nothing.
+    D3D11_BOX box;
+    if (!FitBox(ZoomSourceRect(frame->width, frame->height, m_zoomArea), sourceDesc.Width, sourceDesc.Height,
+                &box)) {
+        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::ShowDecodedFrame", 83, "zoom area leaves no picture");
+        return -1;
+    }
+    const int cropW = static_cast<int>(box.right - box.left);
+    const int cropH = static_cast<int>(box.bottom - box.top);
+    if (!EnsureInputTextures(cropW, cropH, xop::kFrameNv12, true)) return -1;
     xop::D3D11RenderTexture* input = m_inputTextures[xop::kInputNv12].get();
     // No NV12 input texture (a refused size or a device without NV12
     // shader views): nothing to copy into.
@@ -98,21 +141,33 @@ int32_t CLS_D3D11vaRenderer::Texture2DToNV12(ID3D11Texture2D* source, uint32_t a
                                              uint32_t height, void** data, uint32_t* rowPitch)
 {
     if (!m_context || !source || !data || !rowPitch) return -1;
+    D3D11_TEXTURE2D_DESC sourceDesc = {};
+    if (const char* refused = CheckSource(source, arraySlice, &sourceDesc)) {
+        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::Texture2DToNV12", 146, "%s", refused);
+        return -1;
+    }
+    // The previous read-back's memory is handed back here, not earlier.
+    if (m_stagingMapped) m_context->Unmap(m_stagingTexture, 0);
+    m_stagingMapped = false;
     if (!m_stagingTexture && m_device) {
-        // Made once: the first read-back's size stays for the renderer's life.
+        // Made once: the first read-back's size stays until Destroy.
         const D3D11_TEXTURE2D_DESC desc = xop::TextureDesc((width + 15) & ~15u, (height + 15) & ~15u, DXGI_FORMAT_NV12,
                                                            D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
         m_device->CreateTexture2D(&desc, nullptr, &m_stagingTexture);
     }
     if (!m_stagingTexture) return -1;
-    D3D11_TEXTURE2D_DESC sourceDesc = {};
-    source->GetDesc(&sourceDesc);
-    m_context->CopySubresourceRegion(m_stagingTexture, 0, 0, 0, 0, source, arraySlice, nullptr);
+    // The staging texture is 16-aligned and the decoder's array 32-aligned:
+    // copy what fits both.
+    D3D11_TEXTURE2D_DESC stagingDesc = {};
+    m_stagingTexture->GetDesc(&stagingDesc);
+    D3D11_BOX box;
+    const RECT whole = {0, 0, static_cast<LONG>(stagingDesc.Width), static_cast<LONG>(stagingDesc.Height)};
+    if (!FitBox(whole, sourceDesc.Width, sourceDesc.Height, &box)) return -1;
+    m_context->CopySubresourceRegion(m_stagingTexture, 0, 0, 0, 0, source, arraySlice, &box);
     D3D11_MAPPED_SUBRESOURCE mapped = {};
-    m_context->Map(m_stagingTexture, 0, D3D11_MAP_READ, 0, &mapped);
+    m_stagingMapped = SUCCEEDED(m_context->Map(m_stagingTexture, 0, D3D11_MAP_READ, 0, &mapped));
     *data = mapped.pData;
     *rowPitch = mapped.RowPitch;
-    m_context->Unmap(m_stagingTexture, 0);
     return 0;
 }
 

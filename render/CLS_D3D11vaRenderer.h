@@ -14,16 +14,28 @@
 // times that size truncated toward zero, then every coordinate made even.
 RECT ZoomSourceRect(int width, int height, const double zoom[4]);
 
+// The copy box for `want` cut to a texture of width x height, so that a copy
+// never reaches outside its source. False when nothing is left (an empty or
+// inverted rectangle, or one wholly outside).
+bool FitBox(const RECT& want, UINT width, UINT height, D3D11_BOX* box);
+
 class CLS_D3D11vaRenderer : public xop::D3D11Renderer {
 public:
     CLS_D3D11vaRenderer() = default;
     ~CLS_D3D11vaRenderer() override;
 
+    // Also drops the read-back's staging texture (and its mapping), which
+    // belongs to the device being released; device-removal recovery reaches
+    // this through the virtual table.
+    void Destroy() override;
+
     // 0 when the picture was presented, -1 otherwise.
     virtual int32_t ShowDecodedFrame(ShowFrameData* frame);
     // Copies slice `arraySlice` of `source` into a staging texture made at the
-    // first call's size (kept for the renderer's life) and hands out its
-    // mapped memory and row pitch. 0, or -1 for a missing argument or device.
+    // first call's size (kept until the device objects are released) and
+    // hands out its mapped memory and row pitch. The memory stays mapped, and
+    // the pointer valid, until the next read-back or Destroy. 0, or -1 for a
+    // missing argument or device, or a refused source (logged).
     virtual int32_t Texture2DToNV12(ID3D11Texture2D* source, uint32_t arraySlice, uint32_t width, uint32_t height,
                                     void** data, uint32_t* rowPitch);
 
@@ -36,10 +48,16 @@ public:
     DstRect GetDstRect() const;
     void SetDstRect(const DstRect& rect);
 
+protected:
+    ID3D11Texture2D* m_stagingTexture = nullptr;
+    bool m_stagingMapped = false;
+
 private:
+    // Null when `source` may be copied from: made on this renderer's device,
+    // NV12 with one mip level, and holding `slice`; else why not.
+    const char* CheckSource(ID3D11Texture2D* source, UINT slice, D3D11_TEXTURE2D_DESC* desc) const;
+    void ReleaseStaging();
     int32_t ShowTexture(const ShowFrameData* frame);
     int32_t ShowPlanes(const ShowFrameData* frame);
     void Finish(const ShowFrameData* frame);
-
-    ID3D11Texture2D* m_stagingTexture = nullptr;
 };

@@ -53,11 +53,7 @@ SRC_CACHE=$CACHE_ROOT/ffmpeg-src
 mkdir -p "$SRC_CACHE"
 orig=$(ls "$SRC_CACHE"/ffmpeg_7.1*.orig.tar.xz 2>/dev/null | sort -V | tail -n1 || true)
 if [[ -z $orig ]]; then
-  mirror=$(awk '/^URIs:/{print $2; exit}' /etc/apt/sources.list.d/*.sources 2>/dev/null || true)
-  if [[ -z $mirror ]]; then
-    mirror=$(awk '$1=="deb"{for(i=2;i<=NF;i++) if($i ~ /^[a-z]+:\/\//){print $i; exit}}' /etc/apt/sources.list 2>/dev/null | head -n1)
-  fi
-  [[ -n $mirror ]] || { log "no Debian mirror found in the apt configuration"; exit 1; }
+  mirror=$("$(dirname "$0")/debian-mirror.sh")
   work=$SRC_CACHE/apt
   mkdir -p "$work/lists/partial"
   echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror $SUITE main" > "$work/src.list"

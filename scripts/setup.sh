@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian 12 machine lacks, builds the FFmpeg module,
-# prepares the Wine prefix, configures and builds the SDK.
+# prepares the Wine prefix and the second test stack (scripts/stack2.sh),
+# configures and builds the SDK.
 # Idempotent: a second run only checks and rebuilds what changed.
 # Prints nothing on stdout but the build directory.
 set -euo pipefail
@@ -31,6 +32,7 @@ fi
 FFMPEG_DIR=$("$ROOT/scripts/build-ffmpeg.sh")
 
 "$ROOT/scripts/wine-prefix.sh" >&2
+"$ROOT/scripts/stack2.sh" >/dev/null
 
 if [[ ! -f $BUILD/build.ninja ]]; then
   cmake -S "$ROOT" -B "$BUILD" -G Ninja \

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Creates the Wine prefix the tests and the demo run in (once), with the
-# font families Wine lacks mapped to Debian's fonts.
+# font families Wine lacks mapped to Debian's fonts, and no crash dialog: a
+# crashing test prints a backtrace and ends instead of waiting for a click.
 set -euo pipefail
 . "$(dirname "$0")/wine-env.sh"
-STAMP=$WINEPREFIX/.quillon-fonts-v2
+STAMP=$WINEPREFIX/.quillon-prefix-v3
 [[ -f $STAMP ]] && exit 0
 echo "[wine] preparing $WINEPREFIX"
 mkdir -p "$WINEPREFIX"
@@ -25,6 +26,9 @@ Windows Registry Editor Version 5.00
 "Segoe UI"="DejaVu Sans"
 "Tahoma"="DejaVu Sans"
 "Verdana"="DejaVu Sans"
+
+[HKEY_CURRENT_USER\Software\Wine\WineDbg]
+"ShowCrashDialog"=dword:00000000
 REG
 wine regedit "$reg" >/dev/null 2>&1
 rm -f "$reg"

@@ -2,6 +2,7 @@
 # Runs a command with an X display for Wine (a private Xvfb unless DISPLAY is
 # already set) and one persistent wineserver for the whole run.
 set -euo pipefail
+export QUILLON_STACK=${QUILLON_STACK:-1}
 . "$(dirname "$0")/wine-env.sh"
 XVFB_PID=
 cleanup() {

@@ -355,15 +355,21 @@ bool D3D11Renderer::Resize() {
 
 void D3D11Renderer::SetSharpen(float unsharp) { m_unsharp = unsharp; }
 
-bool D3D11Renderer::InitInputTextures(int width, int height, int format) {
+// Input textures receive CPU planes through Map(WRITE_DISCARD), which needs
+// DYNAMIC usage with CPU write access. A DYNAMIC resource can never be the
+// destination of a GPU copy, though, so the decoder-texture path (one
+// CopySubresourceRegion out of the decoder's array) asks for a DEFAULT
+// texture without CPU access instead; both stay shader resources.
+bool D3D11Renderer::InitInputTextures(int width, int height, int format, bool copyDestination) {
     if (!m_device) return false;
     for (auto& t : m_inputTextures) t.reset(new (std::nothrow) D3D11RenderTexture(m_swapChain));
     const UINT w = static_cast<UINT>(width), h = static_cast<UINT>(height);
     const UINT cw = static_cast<UINT>((width + 1) / 2), ch = static_cast<UINT>((height + 1) / 2);
+    const D3D11_USAGE usage = copyDestination ? D3D11_USAGE_DEFAULT : D3D11_USAGE_DYNAMIC;
+    const UINT cpuAccess = copyDestination ? 0 : D3D11_CPU_ACCESS_WRITE;
     auto make = [&](int index, UINT tw, UINT th, DXGI_FORMAT f) {
         if (m_inputTextures[index]) {
-            m_inputTextures[index]->InitTexture(tw, th, f, D3D11_USAGE_DYNAMIC, D3D11_BIND_SHADER_RESOURCE,
-                                                D3D11_CPU_ACCESS_WRITE, 0);
+            m_inputTextures[index]->InitTexture(tw, th, f, usage, D3D11_BIND_SHADER_RESOURCE, cpuAccess, 0);
         }
     };
     switch (format) {
@@ -389,12 +395,16 @@ bool D3D11Renderer::InitInputTextures(int width, int height, int format) {
     m_frameWidth = width;
     m_frameHeight = height;
     m_frameFormat = format;
+    m_inputCopyDestination = copyDestination;
     return true;
 }
 
-bool D3D11Renderer::EnsureInputTextures(int width, int height, int format) {
-    if (format == m_frameFormat && width == m_frameWidth && height == m_frameHeight) return true;
-    return InitInputTextures(width, height, format);
+bool D3D11Renderer::EnsureInputTextures(int width, int height, int format, bool copyDestination) {
+    if (format == m_frameFormat && width == m_frameWidth && height == m_frameHeight &&
+        copyDestination == m_inputCopyDestination) {
+        return true;
+    }
+    return InitInputTextures(width, height, format, copyDestination);
 }
 
 void D3D11Renderer::BeginFrame() {
@@ -503,7 +513,7 @@ void D3D11Renderer::PresentOutput(const ShowFrameData* frame) {
 void D3D11Renderer::PresentSwapChain() {
     if (!m_swapChain) return;
     HRESULT hr = m_swapChain->Present(0, 0);
-    if (hr == DXGI_ERROR_DEVICE_REMOVED) {  // still drawing and other failures are ignored
+    if (IsDeviceLost(hr)) {  // still drawing and other failures are ignored
         Destroy();
         Init(m_hWnd);
     }

@@ -36,6 +36,10 @@ void CopyPlaneRows(uint8_t* dst, UINT pitch, const uint8_t* src, int linesize, i
 // starting right after the last luma row.
 void CopyNv12Rows(uint8_t* dst, UINT pitch, const FrameImage& frame);
 
+// A Present result after which the device is gone and everything must be
+// made again: removal and reset alike.
+inline bool IsDeviceLost(HRESULT hr) { return hr == DXGI_ERROR_DEVICE_REMOVED || hr == DXGI_ERROR_DEVICE_RESET; }
+
 // UTF-8 to the ANSI code page through UTF-16; bytes written or -1.
 int Utf8ToAnsi(const char* utf8, int utf8Length, char* ansi, int ansiSize);
 
@@ -57,9 +61,11 @@ public:
     bool CreateRenderer();
     ID3D11Device* GetDevice() { return m_device; }
 
-    // Frame steps, in this order per picture.
-    bool InitInputTextures(int width, int height, int format);
-    bool EnsureInputTextures(int width, int height, int format);  // only when format or size changed
+    // Frame steps, in this order per picture. `copyDestination` makes the
+    // NV12 input a texture that only the GPU writes (see InitInputTextures).
+    bool InitInputTextures(int width, int height, int format, bool copyDestination = false);
+    // Only when format, size or kind of input changed.
+    bool EnsureInputTextures(int width, int height, int format, bool copyDestination = false);
     void BeginFrame();
     void UpdateFrame(const FrameImage& frame);
     void ApplySharpen();
@@ -91,6 +97,7 @@ protected:
     int m_frameFormat = 0;
     int m_frameWidth = 0;
     int m_frameHeight = 0;
+    bool m_inputCopyDestination = false;  // the input bank was made for GPU copies
     ID3D11RenderTargetView* m_renderTargetView = nullptr;
     ID3D11SamplerState* m_pointSampler = nullptr;
     ID3D11SamplerState* m_linearSampler = nullptr;

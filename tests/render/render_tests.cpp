@@ -2,7 +2,7 @@
 // from a staged directory beside the recording Velmor.dll and ffmpeg-7.dll:
 // export table, handles, records copied by length, window tracking, the
 // CPU-data path's pixels, the draw callback and its overlays, configuration
-// commands, the hardware path's crop and the NV12 read-back.
+// commands, and the zoom crop arithmetic.
 #include <gtest/gtest.h>
 
 #include <d3d11.h>
@@ -16,31 +16,9 @@
 #include "render/CLS_D3D11vaDraw.h"
 #include "render/CLS_D3D11vaRenderer.h"
 #include "testkit/staged_sdk.h"
-
-using testkit::TakeVelmorCalls;
-using Calls = std::vector<std::string>;
+#include "tests/render/render_fixture.h"
 
 namespace {
-
-QuillonSdkApi g_sdk;
-HMODULE g_module = nullptr;
-
-Calls ErrorRecord(const std::string& file, const std::string& func, int line, const std::string& message)
-{
-    return {"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-            "sdk_log_buf_msg(file: " + file + ", func:" + func + ", line: " + std::to_string(line) + " )",
-            "sdk_err_buf_msg_unlock(" + message + ")"};
-}
-
-Calls DrawCheck(const std::string& func, int line)
-{
-    return ErrorRecord("render/CLS_D3D11vaDraw.cpp", func, line, "CHECK_EQUAL_RETURN");
-}
-
-Calls UnknownHandle(const std::string& func, int line)
-{
-    return ErrorRecord("interface/CLS_RenderManager.cpp", "CLS_RenderManager::" + func, line, "IsHandleValid faild!");
-}
 
 // Studio-range BT.601, as the planar conversion computes it.
 void Bt601(int y, int u, int v, int rgb[3])
@@ -61,73 +39,6 @@ bool ShowsYuv(HWND window, int x, int y, int Y, int U, int V)
         << rgb[1] << "," << rgb[2];
     return testkit::Near(c, rgb[0], rgb[1], rgb[2], 6);
 }
-
-class Render : public ::testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        static testkit::StagedDir dir("render");
-        if (g_module) return;
-        dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll").Add("ffmpeg-7.dll");
-        g_module = dir.Load("QuillonSDK.dll");
-        std::string error;
-        ASSERT_TRUE(g_sdk.Bind(g_module, error)) << error;
-        ASSERT_EQ(g_sdk.QuillonStartup(), 0);
-        testkit::SetVelmorLevels(200, 0);
-    }
-
-    void SetUp() override { TakeVelmorCalls(); }
-
-    void TearDown() override
-    {
-        for (QuillonRenderHandle h : m_handles) g_sdk.QuillonRenderRelease(h);
-        for (HWND w : m_windows) DestroyWindow(w);
-    }
-
-    QuillonRenderHandle NewRender()
-    {
-        QuillonRenderHandle h = g_sdk.QuillonRenderCreate(nullptr, 0);
-        EXPECT_NE(h, nullptr);
-        m_handles.push_back(h);
-        return h;
-    }
-
-    HWND NewWindow(int x, int y, int w, int h)
-    {
-        HWND wnd = testkit::CreateTestWindow(x, y, w, h);
-        m_windows.push_back(wnd);
-        Settle();
-        return wnd;
-    }
-
-    // A render object on a new window; its device written back into `init`.
-    QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr, int length = sizeof(RenderInitParam))
-    {
-        RenderInitParam local;
-        init = init ? init : &local;
-        memset(init, 0, sizeof(*init));
-        init->hWnd = wnd;
-        QuillonRenderHandle h = NewRender();
-        EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, init, length), 0);
-        EXPECT_NE(init->device, nullptr);
-        return h;
-    }
-
-    // Runs the message loop a moment, as a host does between creating or
-    // resizing a window and drawing into it.
-    static void Settle()
-    {
-        for (int i = 0; i < 20; ++i) {
-            testkit::PumpMessages();
-            Sleep(10);
-        }
-    }
-
-    void Forget(QuillonRenderHandle h) { m_handles.erase(std::find(m_handles.begin(), m_handles.end(), h)); }
-
-    std::vector<QuillonRenderHandle> m_handles;
-    std::vector<HWND> m_windows;
-};
 
 // --- exports and handles -------------------------------------------------------
 
@@ -455,45 +366,6 @@ TEST(RenderObject, ZoomAndDestinationPayloadsAreCopiedByLength)
     EXPECT_EQ(draw.Renderer().GetDstRect().left, 0);
 }
 
-struct OverlayTarget {
-    QuillonRenderHandle render;
-};
-
-void QUILLON_CALL DrawOverlays(ShowFrameData*, void* user)
-{
-    const QuillonRenderHandle h = static_cast<OverlayTarget*>(user)->render;
-    OverlayParam line;
-    memset(&line, 0, sizeof(line));
-    line.color = 0x0000FF00;  // green
-    line.lineWidth = 6;
-    line.pointCount = 2;
-    line.points[0] = {10, 20};
-    line.points[1] = {150, 20};
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_LINE, &line, sizeof(line));
-
-    OverlayParam hatch;
-    memset(&hatch, 0, sizeof(hatch));
-    hatch.color = 0x000000FF;  // red
-    hatch.lineWidth = 4;
-    hatch.spacing = 2.0f;  // no wider than the stroke: solid
-    hatch.pointCount = 4;
-    hatch.points[0] = {20, 60};
-    hatch.points[1] = {80, 60};
-    hatch.points[2] = {80, 100};
-    hatch.points[3] = {20, 100};
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_BLURRY, &hatch, sizeof(hatch));
-
-    OverlayParam text;
-    memset(&text, 0, sizeof(text));
-    text.color = 0x00FFFFFF;
-    text.lineWidth = 40;
-    text.points[0] = {90, 50};
-    text.points[1] = {160, 110};
-    strcpy(text.text, "\xe2\x96\x88\xe2\x96\x88");  // two full blocks, UTF-8
-    text.charset = 2;
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
-}
-
 TEST_F(Render, OverlaysFromInsideTheCallbackReachTheScreen)
 {
     HWND wnd = NewWindow(480, 20, 160, 120);
@@ -539,86 +411,6 @@ TEST(ZoomSourceRect, RoundsToFourCorrectsPaddedHeightsAndMakesEven)
     check(1000, 1000, odd, {270, -2, 1000, 1000});  // 271.9 -> 271 -> 270; -3.5 -> -3 -> -2
     const double shortPayload[4] = {0.5, 0.5, 0.0, 0.0};
     check(64, 64, shortPayload, {32, 32, 0, 0});
-}
-
-ID3D11Texture2D* MakeNv12Array(void* device, UINT w, UINT h, UINT bind)
-{
-    const D3D11_TEXTURE2D_DESC d = xop::TextureDesc(w, h, DXGI_FORMAT_NV12, D3D11_USAGE_DEFAULT, bind, 0, 2);
-    ID3D11Texture2D* t = nullptr;
-    static_cast<ID3D11Device*>(device)->CreateTexture2D(&d, nullptr, &t);
-    return t;
-}
-
-TEST_F(Render, HardwarePathFailsCleanlyWhereNv12CannotBeSampled)
-{
-    HWND wnd = NewWindow(480, 200, 64, 64);
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(wnd, &init);
-    ID3D11Texture2D* texture = MakeNv12Array(init.device, 64, 64, D3D11_BIND_DECODER);
-    ASSERT_NE(texture, nullptr);
-    ShowFrameData f;
-    memset(&f, 0, sizeof(f));
-    f.texture = texture;
-    f.width = 64;
-    f.height = 64;
-    f.arraySlice = 1;
-    // This Wine cannot make NV12 shader views: the path gives -1, no crash.
-    EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, &f, sizeof(f)), -1);
-    EZoomArea empty = {0.5, 0.5, 0.0, 0.0};
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_EZOOM_AREA, &empty, 16);
-    EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, &f, sizeof(f)), -1);
-    texture->Release();
-}
-
-TEST_F(Render, ReadBackMakesItsStagingTextureOnceAndCopiesBackByLength)
-{
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(nullptr, &init, 4096);  // more than 72: 72 copied
-    ID3D11Texture2D* small = MakeNv12Array(init.device, 64, 48, D3D11_BIND_DECODER);
-    ID3D11Texture2D* large = MakeNv12Array(init.device, 256, 192, D3D11_BIND_DECODER);
-    ASSERT_NE(small, nullptr);
-    ASSERT_NE(large, nullptr);
-
-    NV12ReadBack rb;
-    memset(&rb, 0, sizeof(rb));
-    rb.texture = small;
-    rb.arraySlice = 1;
-    rb.width = 60;  // staging 64 x 48: rounded up to 16
-    rb.height = 40;
-    EXPECT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &rb, sizeof(rb)), 0);
-    EXPECT_NE(rb.data, nullptr);
-    const unsigned firstPitch = rb.rowPitch;
-    EXPECT_GE(firstPitch, 64u);
-    EXPECT_LT(firstPitch, 256u);
-
-    // A larger picture still goes through the first, smaller staging texture.
-    NV12ReadBack again;
-    memset(&again, 0, sizeof(again));
-    again.texture = large;
-    again.width = 256;
-    again.height = 192;
-    EXPECT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &again, sizeof(again)), 0);
-    EXPECT_EQ(again.rowPitch, firstPitch);
-
-    // 24 bytes: the outputs are not copied back.
-    NV12ReadBack partial = again;
-    partial.data = reinterpret_cast<void*>(0x1234);
-    partial.rowPitch = 77;
-    EXPECT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &partial, 24), 0);
-    EXPECT_EQ(partial.data, reinterpret_cast<void*>(0x1234));
-    EXPECT_EQ(partial.rowPitch, 77u);
-
-    // A failed read-back (no texture) leaves what the host sent.
-    NV12ReadBack none;
-    memset(&none, 0, sizeof(none));
-    none.data = reinterpret_cast<void*>(0x5678);
-    none.rowPitch = 9;
-    EXPECT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &none, sizeof(none)), 0);
-    EXPECT_EQ(none.data, reinterpret_cast<void*>(0x5678));
-    EXPECT_EQ(none.rowPitch, 9u);
-    EXPECT_EQ(TakeVelmorCalls(), Calls{});
-    small->Release();
-    large->Release();
 }
 
 }  // namespace

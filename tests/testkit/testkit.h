@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "testkit/nv12.h"  // decoder-pool pictures, QUILLON_REQUIRE_NV12_SAMPLING
+
 namespace testkit {
 
 // The entry `name` of `module` as a pointer of type Fn; null when absent.
