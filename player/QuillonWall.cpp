@@ -28,7 +28,10 @@ const char kUsage[] =
     "  --screenshot FILE  write the whole wall to FILE (.png or .bmp) at the end\n"
     "  --size WxH         client size of the wall (default: tiles of the picture\n"
     "                     size, shrunk to fit the screen)\n"
-    "  --software         decode in software even where the hardware decoder works\n";
+    "  --software         decode in software even where the hardware decoder works\n"
+    "  --popup-tiles      tiles are borderless windows owned by the wall and kept\n"
+    "                     over its client area instead of child windows (Wine's\n"
+    "                     own Direct3D shows no swap chain in a child window)\n";
 
 constexpr int kMaxTiles = 64;
 constexpr int kRepeatOffset = 5;  // pictures between the starts of one file's repeats
@@ -40,6 +43,7 @@ struct Options {
     double seconds = 0;
     bool stats = false;
     bool software = false;
+    bool popupTiles = false;
     int width = 0;
     int height = 0;
 };
@@ -51,6 +55,7 @@ bool ParseOptions(int argc, char** argv, Options& o)
         const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
         if (a == "--stats") o.stats = true;
         else if (a == "--software") o.software = true;
+        else if (a == "--popup-tiles") o.popupTiles = true;
         else if (a == "--tiles" && next) o.tiles = atoi(argv[++i]);
         else if (a == "--seconds" && next) o.seconds = atof(argv[++i]);
         else if (a == "--screenshot" && next) o.screenshot = argv[++i];
@@ -70,20 +75,23 @@ struct Grid {
 };
 
 bool g_closed = false;
+bool g_popupTiles = false;
 Grid g_grid;
 std::vector<HWND> g_tileWindows;
 
 // Tile i sits in row i / columns, column i % columns; the cells share the
-// client area, the last row and column taking the remainder.
+// client area. Popup tiles are placed in screen coordinates.
 void LayOutTiles(HWND wall)
 {
     RECT client = {};
     GetClientRect(wall, &client);
+    POINT origin = {0, 0};
+    if (g_popupTiles) ClientToScreen(wall, &origin);
     for (size_t i = 0; i < g_tileWindows.size(); ++i) {
         const int c = static_cast<int>(i) % g_grid.columns, r = static_cast<int>(i) / g_grid.columns;
         const int left = client.right * c / g_grid.columns, right = client.right * (c + 1) / g_grid.columns;
         const int top = client.bottom * r / g_grid.rows, bottom = client.bottom * (r + 1) / g_grid.rows;
-        MoveWindow(g_tileWindows[i], left, top, right - left, bottom - top, TRUE);
+        MoveWindow(g_tileWindows[i], origin.x + left, origin.y + top, right - left, bottom - top, TRUE);
     }
 }
 
@@ -93,7 +101,7 @@ LRESULT CALLBACK WallWndProc(HWND wnd, UINT msg, WPARAM wp, LPARAM lp)
         g_closed = true;
         return 0;
     }
-    if (msg == WM_SIZE) LayOutTiles(wnd);
+    if (msg == WM_SIZE || (msg == WM_MOVE && g_popupTiles)) LayOutTiles(wnd);
     return DefWindowProcA(wnd, msg, wp, lp);
 }
 
@@ -126,8 +134,8 @@ HWND CreateWall(int w, int h, int tiles)
                               nullptr, nullptr, wc.hInstance, nullptr);
     if (!wall) return nullptr;
     for (int i = 0; i < tiles; ++i) {
-        HWND tile = CreateWindowA("QuillonWallTile", "", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 1, 1, wall,
-                                  nullptr, wc.hInstance, nullptr);
+        const DWORD tileStyle = (g_popupTiles ? WS_POPUP : WS_CHILD | WS_CLIPSIBLINGS) | WS_VISIBLE;
+        HWND tile = CreateWindowA("QuillonWallTile", "", tileStyle, 0, 0, 1, 1, wall, nullptr, wc.hInstance, nullptr);
         if (!tile) return nullptr;
         g_tileWindows.push_back(tile);
     }
@@ -214,6 +222,7 @@ int RunWall(QuillonSdkApi& sdk, const Options& o)
     g_grid.rows = (o.tiles + g_grid.columns - 1) / g_grid.columns;
     int w = 0, h = 0;
     DefaultSize(o, pictureW, pictureH, w, h);
+    g_popupTiles = o.popupTiles;
     HWND wall = CreateWall(w, h, o.tiles);
     if (!wall) {
         fprintf(stderr, "QuillonWall: cannot create the windows\n");

@@ -80,16 +80,28 @@ void WallTile::Run()
     const bool ok = OpenSource() && SetUpRender();
     if (ok) SetUpDecoder();
     m_failed = !ok || m_failed;
+    // The first picture is shown while setting up: the first present builds
+    // the swap chain's and the shaders' state, which takes seconds on some
+    // stacks. The tile's clock starts from it.
+    std::vector<Picture> pictures;
+    while (!m_failed && pictures.empty() && NextPictures(pictures)) {
+    }
+    if (!pictures.empty() && Show(pictures.front())) {
+        m_originMs = pictures.front().streamMs;
+        ++m_counters.shown;
+        m_counters.lastPicture = pictures.front().index;
+        m_counters.lastStreamMs = pictures.front().streamMs;
+    }
+    if (!pictures.empty()) pictures.erase(pictures.begin());
     m_ready = true;
     HANDLE events[2] = {m_shared.start, m_shared.stop};
     WaitForMultipleObjects(2, events, FALSE, INFINITE);
 
-    std::vector<Picture> pictures;
     m_rateWindowStart = NowMs();
-    while (!m_failed && WaitForSingleObject(m_shared.stop, 0) == WAIT_TIMEOUT) {
-        pictures.clear();
-        if (!NextPictures(pictures)) break;
+    for (;;) {
         for (Picture& p : pictures) Pace(p);
+        pictures.clear();
+        if (m_failed || WaitForSingleObject(m_shared.stop, 0) != WAIT_TIMEOUT || !NextPictures(pictures)) break;
     }
     // The last picture stays until the wall has taken its screenshot.
     m_finished = true;
@@ -158,7 +170,17 @@ void WallTile::SwitchToSoftware(const std::string& reason)
     if (m_decoder) m_shared.lock.Exclusive([&] { return m_sdk.QuillonDecoderRelease(m_decoder); });
     m_decoder = nullptr;
     m_software = true;
-    m_mode = "software, CPU-data path";
+    // Software pictures go through the texture path where this device can
+    // sample NV12, as hardware-decoded ones would.
+    ID3D11Device* device = static_cast<ID3D11Device*>(m_init.device);
+    if (Nv12Pool::CanSampleNv12(device)) {
+        m_pool.reset(new Nv12Pool);
+        if (!m_pool->Create(device, m_source->Width(), m_source->Height())) {
+            fprintf(stderr, "QuillonWall: tile %s: %s\n", m_name.c_str(), m_pool->Error().c_str());
+            m_pool.reset();
+        }
+    }
+    m_mode = m_pool ? "software, texture path" : "software, CPU-data path";
     if (m_index == 0) printf("QuillonWall: %s; decoding in software (%s)\n", reason.c_str(), m_mode.c_str());
     m_passIndex = 0;
     m_passFirstMs = -1;
@@ -274,7 +296,7 @@ void WallTile::Pace(Picture& picture)
 bool WallTile::Show(Picture& picture)
 {
     ShowFrameData& frame = picture.frame;
-    if (!frame.texture) {
+    if (!frame.texture && !(m_pool && m_pool->Upload(picture.cpu, frame))) {
         frame.data = picture.cpu.bytes.data();
         frame.width = picture.cpu.width;
         frame.height = picture.cpu.height;
@@ -325,6 +347,7 @@ void QUILLON_CALL WallTile::DrawOverlay(ShowFrameData* frame, void* user)
 
 void WallTile::Release()
 {
+    m_pool.reset();
     if (m_decoder) m_shared.lock.Exclusive([&] { return m_sdk.QuillonDecoderRelease(m_decoder); });
     if (m_render) m_shared.lock.Exclusive([&] { return m_sdk.QuillonRenderRelease(m_render); });
     m_decoder = nullptr;

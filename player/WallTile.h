@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "player/Nv12Pool.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 
@@ -124,6 +125,7 @@ private:
     std::string m_mode;
 
     std::unique_ptr<PlayerSource> m_source;
+    std::unique_ptr<Nv12Pool> m_pool;  // software pictures on the texture path
     bool m_drained = false;
     bool m_software = false;
     RenderInitParam m_init = {};
