@@ -87,10 +87,11 @@ void WallTile::Run()
     while (!m_failed && pictures.empty() && NextPictures(pictures)) {
     }
     if (!pictures.empty() && Show(pictures.front())) {
-        m_originMs = pictures.front().streamMs;
+        m_last = std::move(pictures.front());
+        m_originMs = m_last.streamMs;
         ++m_counters.shown;
-        m_counters.lastPicture = pictures.front().index;
-        m_counters.lastStreamMs = pictures.front().streamMs;
+        m_counters.lastPicture = m_last.index;
+        m_counters.lastStreamMs = m_last.streamMs;
     }
     if (!pictures.empty()) pictures.erase(pictures.begin());
     m_ready = true;
@@ -103,6 +104,9 @@ void WallTile::Run()
         pictures.clear();
         if (m_failed || WaitForSingleObject(m_shared.stop, 0) != WAIT_TIMEOUT || !NextPictures(pictures)) break;
     }
+    // Some presentation engines keep the latest present back until the next
+    // one: the last picture is presented once more so that it is on screen.
+    if (m_last.index >= 0) Show(m_last);
     // The last picture stays until the wall has taken its screenshot.
     m_finished = true;
     WaitForSingleObject(m_shared.release, INFINITE);
@@ -281,9 +285,10 @@ void WallTile::Pace(Picture& picture)
     else if (behind < 0 && WaitForSingleObject(m_shared.stop, static_cast<DWORD>(std::ceil(-behind))) == WAIT_OBJECT_0)
         return;
     if (!Show(picture)) return;
+    m_last = std::move(picture);
     ++m_counters.shown;
-    m_counters.lastPicture = picture.index;
-    m_counters.lastStreamMs = picture.streamMs;
+    m_counters.lastPicture = m_last.index;
+    m_counters.lastStreamMs = m_last.streamMs;
     ++m_rateWindowShown;
     const double now = NowMs();
     if (now - m_rateWindowStart >= 1000) {

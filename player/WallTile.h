@@ -89,7 +89,7 @@ public:
 
 private:
     struct Picture {
-        int index = 0;            // in its file, output order
+        int index = -1;           // in its file, output order
         long long streamMs = 0;   // on the tile's own time line
         ShowFrameData frame = {};
         I420Picture cpu;
@@ -125,6 +125,7 @@ private:
     std::string m_mode;
 
     std::unique_ptr<PlayerSource> m_source;
+    Picture m_last;  // the picture shown last
     std::unique_ptr<Nv12Pool> m_pool;  // software pictures on the texture path
     bool m_drained = false;
     bool m_software = false;
