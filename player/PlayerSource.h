@@ -42,7 +42,7 @@ public:
     int Width() const { return m_width; }
     int Height() const { return m_height; }
     bool IsHevc() const { return m_hevc; }
-    // Pictures per second: the stream's average rate, else 25.
+    // Frames per second from the container, 25 where it gives none.
     double FrameRate() const { return static_cast<double>(m_rateNum) / m_rateDen; }
 
     // Next access unit as Annex B bytes and its timestamp in milliseconds.
@@ -54,13 +54,8 @@ public:
     bool StartSoftwareDecoder();
     bool DecodeSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs, std::vector<I420Picture>& out);
 
-    // Errors FFmpeg itself reported (each also printed as a decode error),
-    // in all and on the calling thread (software decoders decode on the
-    // thread that feeds them).
+    // Errors FFmpeg itself reported (each also printed as a decode error).
     static int LoggedErrors();
-    static int ThreadLoggedErrors();
-    // Program name that begins each printed decode error (default QuillonPlay).
-    static void SetProgramName(const char* name);
 
 private:
     bool Fail(const std::string& what, int err = 0);
