@@ -19,6 +19,11 @@ std::string FileName(const std::string& path)
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// Text overlays of all tiles are drawn one at a time: Wine's DirectWrite
+// (the text format that each text command makes and releases) crashes when
+// several threads do this at once, even on separate factories.
+SRWLOCK g_textLock = SRWLOCK_INIT;
+
 OverlayParam Text(unsigned int color, int size, int left, int top, int right, const char* text)
 {
     OverlayParam p;
@@ -334,8 +339,10 @@ void QUILLON_CALL WallTile::DrawOverlay(ShowFrameData* frame, void* user)
     // A black copy one pixel down and right keeps the text readable.
     OverlayParam shadow = Text(0x000000, size, 7, 5, w - 4, text);
     OverlayParam yellow = Text(0x40FFFF, size, 6, 4, w - 4, text);
+    AcquireSRWLockExclusive(&g_textLock);
     tile->m_sdk.QuillonRenderConfig(tile->m_render, QUILLON_CMD_DRAW_TEXT, &shadow, sizeof(shadow));
     tile->m_sdk.QuillonRenderConfig(tile->m_render, QUILLON_CMD_DRAW_TEXT, &yellow, sizeof(yellow));
+    ReleaseSRWLockExclusive(&g_textLock);
     // A frame separates the tile from its neighbours.
     OverlayParam border;
     memset(&border, 0, sizeof(border));
