@@ -53,7 +53,7 @@ done
 # Parents before children, each once.
 mapfile -t shown < <(printf '%s\n' "${shown[@]}" | sort -u)
 
-STACK2_EXEC=1 stack2_chroot "$ROOTFS" "${shown[@]}" -- \
+stack2_chroot "$ROOTFS" "${shown[@]}" -- \
   /usr/bin/env -u DISPLAY -u XAUTHORITY -u TMPDIR HOME=/root WINEPREFIX="$PREFIX" \
   QUILLON_STACK=2 DXVK_LOG_LEVEL=none \
   bash -c 'cd "$1" 2>/dev/null || cd /; shift; exec "$0" "$@"' "$ROOT/scripts/with-display.sh" "$PWD" "$@"
