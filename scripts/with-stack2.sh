@@ -22,6 +22,11 @@ if [[ -n ${QUILLON_STACK2_PREFIX:-} ]]; then
   copy=$QUILLON_STACK2_PREFIX
   [[ $copy == /* ]] || copy=$PWD/$copy
   if [[ $(cat "$copy/.quillon-stack2-from" 2>/dev/null) != "$PREFIX" ]]; then
+    # Replace only an earlier copy or a Wine prefix, never anything else.
+    if [[ -e $copy && ! -f $copy/.quillon-stack2-from && ! -f $copy/system.reg ]] &&
+       [[ -n $(ls -A "$copy" 2>/dev/null) ]]; then
+      echo "with-stack2: $copy is neither empty nor a Wine prefix" >&2; exit 1
+    fi
     rm -rf "$copy"
     mkdir -p "$(dirname "$copy")"
     cp -a "$PREFIX" "$copy"
