@@ -3,8 +3,10 @@
 // hand-written loop making the same sixteen devices and swap chains and
 // doing the same upload, draw and present in turn; and against one device
 // with sixteen swap chains, the lower bound that one device per render
-// object trades away. Then where the hand-written loop's time goes with
-// one device alive and with sixteen, and the SDK's renderer core's.
+// object trades away; and against the loop taking the SDK's order of steps
+// (picture drawn into a texture, copied into the back buffer, an empty
+// Direct2D pass). Then where the hand-written loop's time goes with one
+// device alive and with sixteen, and the SDK's renderer core's.
 //
 // Never two swap chains on one window at a time (the Vulkan stack cannot
 // destroy such a device): each contender releases its swap chains before
@@ -44,13 +46,13 @@ double SdkFps(QuillonSdkApi& sdk, const std::vector<HWND>& windows, std::vector<
 // The hand-written loop on every window, with a device per window or one
 // device for all; `times` gathers its steps.
 double LoopFps(const std::vector<HWND>& windows, const xop::FrameImage& image, bool oneDevice,
-               bench::StepTimes* times)
+               bench::StepTimes* times, bool sdkSteps = false)
 {
     std::vector<std::unique_ptr<bench::BaselineLoop>> loops;
     for (HWND w : windows) {
         ID3D11Device* shared = oneDevice && !loops.empty() ? loops.front()->Device() : nullptr;
         loops.emplace_back(new bench::BaselineLoop(w, kW, kH, shared));
-        if (!loops.back()->Ok()) return 0.0;
+        if (!loops.back()->Ok() || (sdkSteps && !loops.back()->UseSdkSteps())) return 0.0;
         loops.back()->UseI420(image);
     }
     size_t next = 0;
@@ -120,7 +122,7 @@ std::vector<double> CoreRow(const CoreTimes& t)
 std::vector<double> StepRow(const bench::StepTimes& t)
 {
     const double n = t.frames > 0 ? t.frames / 1000.0 : 1.0;  // ms per frame
-    return {t.upload / n, t.draw / n, t.present / n, (t.upload + t.draw + t.present) / n};
+    return {t.upload / n, t.draw / n, t.overlay / n, t.present / n, (t.upload + t.draw + t.overlay + t.present) / n};
 }
 
 }  // namespace
@@ -140,11 +142,12 @@ int main()
     const std::vector<HWND> first(windows.begin(), windows.begin() + 1);
 
     const double sdkOne = SdkFps(sdk.api, first, picture);
-    bench::StepTimes oneSteps, allSteps, sharedSteps;
+    bench::StepTimes oneSteps, allSteps, sharedSteps, sdkOrderSteps;
     const double loopOne = LoopFps(first, image, false, &oneSteps);
     const double sdkAll = SdkFps(sdk.api, windows, picture);
     const double loopAll = LoopFps(windows, image, false, &allSteps);
     const double loopShared = LoopFps(windows, image, true, &sharedSteps);
+    const double loopSdkOrder = LoopFps(windows, image, false, &sdkOrderSteps, true);
     CoreTimes coreOne, coreAll;
     CoreFps(first, image, &coreOne);
     CoreFps(windows, image, &coreAll);
@@ -155,13 +158,15 @@ int main()
     many.Row("1 window alone", {sdkOne, loopOne, ratio(sdkOne, loopOne)});
     many.Row("16 windows, 16 devices", {sdkAll, loopAll, ratio(sdkAll, loopAll)});
     many.Row("16 windows, 1 device", {sdkAll, loopShared, ratio(sdkAll, loopShared)});
+    many.Row("16 windows, SDK's steps", {sdkAll, loopSdkOrder, ratio(sdkAll, loopSdkOrder)});
     many.Publish(2);
 
     bench::Table steps("many_windows_steps", "hand-written loop",
-                       {"upload ms", "draw ms", "present ms", "frame ms"});
+                       {"upload ms", "draw(+copy) ms", "2D pass ms", "present ms", "frame ms"});
     steps.Row("1 window, 1 device", StepRow(oneSteps));
     steps.Row("16 windows, 16 devices", StepRow(allSteps));
     steps.Row("16 windows, 1 device", StepRow(sharedSteps));
+    steps.Row("16 windows, SDK's steps", StepRow(sdkOrderSteps));
     steps.Publish(3);
 
     bench::Table core("many_windows_sdk_steps", "renderer core",
