@@ -59,7 +59,8 @@ void QUILLON_CALL DrawOverlays(ShowFrameData*, void* user)
     t->sdk->QuillonRenderConfig(t->render, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
 }
 
-double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, int w, int h, bool overlays)
+double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, int w, int h, bool overlays,
+              DWORD runMs)
 {
     QuillonRenderHandle render = bench::OpenRender(sdk, window);
     OverlayTarget target = {&sdk, render, bench::OverlayScene(w, h)};
@@ -68,17 +69,19 @@ double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, in
         sdk.QuillonRenderConfig(render, QUILLON_CMD_SET_DRAW_CALLBACK, &cb, sizeof(cb));
     }
     ShowFrameData frame = CpuFrame(picture, w, h);
-    const double fps = bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); });
+    const double fps =
+        bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); }, runMs);
     sdk.QuillonRenderRelease(render);
     return fps;
 }
 
-double BaselineOverlayFps(HWND window, const xop::FrameImage& image)
+double BaselineOverlayFps(HWND window, const xop::FrameImage& image, DWORD runMs)
 {
     bench::BaselineLoop loop(window, image.width, image.height);
     if (!loop.Ok() || !loop.AddOverlays(bench::OverlayScene(image.width, image.height))) return 0.0;
     loop.UseI420(image);
-    return bench::FramesPerSecond([&] { loop.Frame(); });
+    testkit::PumpMessages();
+    return bench::FramesPerSecond([&] { loop.Frame(); }, runMs);
 }
 
 }  // namespace
@@ -100,13 +103,14 @@ int main()
         HWND window = testkit::CreateTestWindow(0, 0, w, h, "quillon bench");
         std::vector<uint8_t> picture = bench::Picture(w, h);
         const xop::FrameImage image = bench::I420Image(picture, w, h);
-        const double plain = SdkFps(sdk.api, window, picture, w, h, false);
-        const double baseline = bench::BaselineFps(window, image);
-        rendering.Row(label, {plain, baseline, plain / (baseline > 0 ? baseline : 1.0)});
-        const double withOverlays = SdkFps(sdk.api, window, picture, w, h, true);
-        const double baselineOverlays = BaselineOverlayFps(window, image);
-        overlays.Row(label, {withOverlays, baselineOverlays,
-                             withOverlays / (baselineOverlays > 0 ? baselineOverlays : 1.0)});
+        const std::vector<double> fps = bench::Interleaved({
+            [&](DWORD ms) { return SdkFps(sdk.api, window, picture, w, h, false, ms); },
+            [&](DWORD ms) { return bench::BaselineFps(window, image, ms); },
+            [&](DWORD ms) { return SdkFps(sdk.api, window, picture, w, h, true, ms); },
+            [&](DWORD ms) { return BaselineOverlayFps(window, image, ms); },
+        });
+        rendering.Row(label, {fps[0], fps[1], fps[0] / (fps[1] > 0 ? fps[1] : 1.0)});
+        overlays.Row(label, {fps[2], fps[3], fps[2] / (fps[3] > 0 ? fps[3] : 1.0)});
         DestroyWindow(window);
     }
     rendering.Publish(2);

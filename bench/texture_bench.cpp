@@ -26,7 +26,7 @@ bool FillPool(testkit::DecoderPool& pool, int w, int h)
     return pool.Ok() && pool.Write(kSlice, picture);
 }
 
-double SdkFps(QuillonSdkApi& sdk, HWND window, int w, int h)
+double SdkFps(QuillonSdkApi& sdk, HWND window, int w, int h, DWORD runMs)
 {
     QuillonRenderHandle render = bench::OpenRender(sdk, window);
     DrawInfo info;
@@ -42,21 +42,21 @@ double SdkFps(QuillonSdkApi& sdk, HWND window, int w, int h)
             frame.height = h;
             frame.texture = pool.Texture();
             frame.arraySlice = kSlice;
-            fps = bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); });
+            fps = bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); }, runMs);
         }
     }
     sdk.QuillonRenderRelease(render);
     return fps;
 }
 
-double BaselineFps(HWND window, int w, int h)
+double BaselineFps(HWND window, int w, int h, DWORD runMs)
 {
     bench::BaselineLoop loop(window, w, h);
     if (!loop.Ok()) return 0.0;
     testkit::DecoderPool pool(loop.Device(), w, h);
     if (!FillPool(pool, w, h) || !loop.UseNv12Slice(pool.Texture(), kSlice)) return 0.0;
     testkit::PumpMessages();
-    return bench::FramesPerSecond([&] { loop.Frame(); });
+    return bench::FramesPerSecond([&] { loop.Frame(); }, runMs);
 }
 
 }  // namespace
@@ -83,9 +83,11 @@ int main()
     for (const auto& s : sizes) {
         const int w = s[0], h = s[1];
         HWND window = testkit::CreateTestWindow(0, 0, w, h, "quillon bench");
-        const double sdkFps = SdkFps(sdk.api, window, w, h);
-        const double baseline = BaselineFps(window, w, h);
-        table.Row(std::to_string(w) + "x" + std::to_string(h), {sdkFps, baseline, sdkFps / (baseline > 0 ? baseline : 1.0)});
+        const std::vector<double> fps = bench::Interleaved({
+            [&](DWORD ms) { return SdkFps(sdk.api, window, w, h, ms); },
+            [&](DWORD ms) { return BaselineFps(window, w, h, ms); },
+        });
+        table.Row(std::to_string(w) + "x" + std::to_string(h), {fps[0], fps[1], fps[0] / (fps[1] > 0 ? fps[1] : 1.0)});
         DestroyWindow(window);
     }
     table.Publish(2);
