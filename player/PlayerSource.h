@@ -42,6 +42,8 @@ public:
     int Width() const { return m_width; }
     int Height() const { return m_height; }
     bool IsHevc() const { return m_hevc; }
+    // Frames per second from the container, 25 where it gives none.
+    double FrameRate() const { return static_cast<double>(m_rateNum) / m_rateDen; }
 
     // Next access unit as Annex B bytes and its timestamp in milliseconds.
     // False at the end of the stream or on a read error.

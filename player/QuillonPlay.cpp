@@ -3,7 +3,10 @@
 // render object on the window, a decoder on the renderer's device, each
 // decoded texture slice shown with overlays drawn from the draw callback.
 // Where the hardware decoder cannot be set up it says so once and decodes in
-// software, showing the pictures through the CPU-data path.
+// software; the pictures are uploaded into an NV12 texture array on the
+// renderer's device and shown through the texture path like decoded ones,
+// or, where this device cannot sample NV12, shown through the CPU-data path.
+// Pictures are shown at their timestamps unless --fast is given.
 #include <windows.h>
 
 #include <cstdio>
@@ -12,6 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "player/Nv12Pool.h"
+#include "player/Pacer.h"
+#include "player/PlayerOverlay.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "player/Screenshot.h"
@@ -24,11 +30,12 @@ const char kUsage[] =
     "  --screenshot FILE  write the window to FILE (.png or .bmp) after the last picture\n"
     "  --progress         print frames shown and frames per second while playing\n"
     "  --zoom L,T,R,B     electronic zoom, fractions of the picture (default 0,0,1,1)\n"
-    "  --dst L,T,R,B      destination rectangle in window pixels (hardware path)\n"
+    "  --dst L,T,R,B      destination rectangle in window pixels (GPU texture path only)\n"
     "  --size WxH         window client size (default: the picture size)\n"
     "  --no-overlay       no timestamp, polyline or privacy region\n"
     "  --software         decode in software even where the hardware decoder works\n"
-    "  --hold MS          keep the last picture on screen for MS milliseconds\n";
+    "  --hold MS          keep the last picture on screen for MS milliseconds\n"
+    "  --fast             show pictures as soon as they are decoded (default: at their timestamps)\n";
 
 struct Options {
     std::string input;
@@ -37,6 +44,7 @@ struct Options {
     bool progress = false;
     bool overlay = true;
     bool software = false;
+    bool fast = false;
     int width = 0;
     int height = 0;
     int holdMs = 0;
@@ -54,6 +62,7 @@ bool ParseOptions(int argc, char** argv, Options& o)
         if (a == "--progress") o.progress = true;
         else if (a == "--no-overlay") o.overlay = false;
         else if (a == "--software") o.software = true;
+        else if (a == "--fast") o.fast = true;
         else if (a == "--frames" && next) o.frames = atoi(argv[++i]);
         else if (a == "--hold" && next) o.holdMs = atoi(argv[++i]);
         else if (a == "--screenshot" && next) o.screenshot = argv[++i];
@@ -117,6 +126,12 @@ void PumpMessages()
     }
 }
 
+bool PumpWhilePacing(void*)
+{
+    PumpMessages();
+    return !g_closed;
+}
+
 void Wait(int ms)
 {
     const DWORD end = GetTickCount() + static_cast<DWORD>(ms);
@@ -124,77 +139,6 @@ void Wait(int ms)
         PumpMessages();
         Sleep(10);
     }
-}
-
-// --- overlays ----------------------------------------------------------------
-
-struct OverlayState {
-    QuillonSdkApi* sdk = nullptr;
-    QuillonRenderHandle render = nullptr;
-    int clientWidth = 0;
-    int clientHeight = 0;
-    int frameNumber = 0;
-    long long timestampMs = 0;
-};
-
-OverlayParam Overlay(unsigned int rgb, int lineWidth)
-{
-    OverlayParam p;
-    memset(&p, 0, sizeof(p));
-    // The record's colour is red in the low byte, then green, then blue.
-    p.color = ((rgb >> 16) & 0xFF) | (rgb & 0xFF00) | ((rgb & 0xFF) << 16);
-    p.lineWidth = lineWidth;
-    return p;
-}
-
-void AddPoint(OverlayParam& p, double fx, double fy, int w, int h)
-{
-    p.points[p.pointCount].x = static_cast<int>(fx * w);
-    p.points[p.pointCount].y = static_cast<int>(fy * h);
-    ++p.pointCount;
-}
-
-// The four corners of a rectangle given as fractions of the window.
-void AddRect(OverlayParam& p, double left, double top, double right, double bottom, int w, int h)
-{
-    AddPoint(p, left, top, w, h);
-    AddPoint(p, right, top, w, h);
-    AddPoint(p, right, bottom, w, h);
-    AddPoint(p, left, bottom, w, h);
-}
-
-// Runs inside QuillonRenderShowFrame between the overlay pass's begin and
-// end: a timestamp, a tracking box and a hatched privacy region.
-void QUILLON_CALL DrawOverlays(ShowFrameData* frame, void* user)
-{
-    (void)frame;
-    OverlayState* s = static_cast<OverlayState*>(user);
-    const int w = s->clientWidth;
-    const int h = s->clientHeight;
-
-    OverlayParam text = Overlay(0xFFFF40, h >= 200 ? 20 : 12);
-    const long long t = s->timestampMs;
-    snprintf(text.text, sizeof(text.text), "%02lld:%02lld:%02lld.%03lld  #%d", t / 3600000, t / 60000 % 60,
-             t / 1000 % 60, t % 1000, s->frameNumber);
-    // A dark copy one pixel down and right keeps the text readable on light bars.
-    OverlayParam shadow = text;
-    shadow.color = 0;
-    shadow.points[0] = {9, 5};
-    shadow.points[1] = {w - 7, 5 + text.lineWidth * 2};
-    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_TEXT, &shadow, sizeof(shadow));
-    text.points[0] = {8, 4};
-    text.points[1] = {w - 8, 4 + text.lineWidth * 2};
-    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
-
-    OverlayParam box = Overlay(0x40FF40, 2);
-    box.closed = 1;
-    AddRect(box, 0.10, 0.30, 0.40, 0.70, w, h);
-    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_LINE, &box, sizeof(box));
-
-    OverlayParam privacy = Overlay(0x808080, 2);
-    privacy.spacing = 4.0f;
-    AddRect(privacy, 0.60, 0.60, 0.92, 0.92, w, h);
-    s->sdk->QuillonRenderConfig(s->render, QUILLON_CMD_DRAW_BLURRY, &privacy, sizeof(privacy));
 }
 
 // --- the software path's zoom ------------------------------------------------
@@ -235,6 +179,10 @@ private:
     bool FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs);
     bool FeedSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs);
     void SwitchToSoftware(const std::string& reason);
+    void ShowSoftware(I420Picture& picture);
+    ShowFrameData CpuDataFrame(I420Picture& picture) const;
+    void UseCpuDataPath(const std::string& reason);
+    int Lost() const;
     void DecodeError(const std::string& what);
     void Shown(int64_t timestampMs);
     bool Done() const { return g_closed || (m_options.frames > 0 && m_shown >= m_options.frames); }
@@ -251,9 +199,20 @@ private:
     std::vector<std::vector<uint8_t>> m_unshown;  // units fed since start while no picture came out
     std::vector<int64_t> m_unshownTimes;
     OverlayState m_overlay;
+    Nv12Pool m_pool;
+    bool m_gpuUpload = false;  // software pictures go through m_pool and the texture path
+    bool m_pathSaid = false;
+    Pacer m_pacer{25.0, true};
     int m_shown = 0;
     int m_decodeErrors = 0;
-    DWORD m_start = 0;
+    // Lost pictures: units the software decoder took against pictures it
+    // gave back (known once drained), pictures it concealed, and units the
+    // hardware decoder refused.
+    int m_softwareUnits = 0;
+    int m_softwarePictures = 0;
+    bool m_drained = false;
+    int m_concealed = 0;
+    int m_hardwareFailed = 0;
 };
 
 bool Player::SetUpRender()
@@ -313,6 +272,8 @@ void Player::SwitchToSoftware(const std::string& reason)
         m_failed = true;
         return;
     }
+    ID3D11Device* device = static_cast<ID3D11Device*>(m_init.device);
+    m_gpuUpload = Nv12Pool::CanSampleNv12(device) && m_pool.Create(device, m_source.Width(), m_source.Height());
     // Units the hardware decoder took without showing anything are decoded again.
     std::vector<std::vector<uint8_t>> units;
     std::vector<int64_t> times;
@@ -328,13 +289,31 @@ void Player::DecodeError(const std::string& what)
     fprintf(stderr, "QuillonPlay: decode error: %s\n", what.c_str());
 }
 
+void Player::UseCpuDataPath(const std::string& reason)
+{
+    printf("QuillonPlay: %s; showing through the CPU-data path\n", reason.c_str());
+    fflush(stdout);
+    m_gpuUpload = false;
+}
+
+int Player::Lost() const
+{
+    const int gap = m_drained && m_softwareUnits > m_softwarePictures ? m_softwareUnits - m_softwarePictures : 0;
+    return gap + m_concealed + m_hardwareFailed;
+}
+
 void Player::Shown(int64_t timestampMs)
 {
+    if (!m_pathSaid) {
+        m_pathSaid = true;
+        printf("QuillonPlay: path: %s decoding, shown through the %s path\n", m_software ? "software" : "hardware",
+               !m_software || m_gpuUpload ? "GPU texture" : "CPU-data");
+    }
     ++m_shown;
     m_unshown.clear();
     m_unshownTimes.clear();
     if (m_options.progress && (m_shown % 10 == 0 || m_shown == 1)) {
-        const double seconds = (GetTickCount() - m_start) / 1000.0;
+        const double seconds = m_pacer.Elapsed();
         printf("\rshown %d frames, %.1f fps, at %.3f s   ", m_shown, seconds > 0 ? m_shown / seconds : 0.0,
                timestampMs / 1000.0);
         fflush(stdout);
@@ -352,6 +331,7 @@ bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
         if (m_shown == 0) {
             SwitchToSoftware("hardware decoding failed (" + std::to_string(rc) + ")");
         } else {
+            ++m_hardwareFailed;
             DecodeError("QuillonDecoderDecodeOneFrame returned " + std::to_string(rc));  // skip the frame
         }
         return true;
@@ -366,6 +346,7 @@ bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
     frame.height = out.height;
     m_overlay.frameNumber = m_shown + 1;
     m_overlay.timestampMs = static_cast<unsigned int>(out.timestamp);
+    m_pacer.WaitUntilDue(out.timestamp, PumpWhilePacing, nullptr);
     const int shown = m_sdk.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
     if (shown != 0 && m_shown == 0) {
         SwitchToSoftware("decoded textures cannot be shown (" + std::to_string(shown) + ")");
@@ -378,24 +359,51 @@ bool Player::FeedHardware(const std::vector<uint8_t>& unit, int64_t timestampMs)
 bool Player::FeedSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs)
 {
     std::vector<I420Picture> pictures;
+    if (unit.empty()) m_drained = true;
+    else ++m_softwareUnits;
     if (!m_source.DecodeSoftware(unit, timestampMs, pictures)) DecodeError(m_source.Error());  // skip the unit
+    m_softwarePictures += static_cast<int>(pictures.size());
     for (I420Picture& picture : pictures) {
         if (Done()) break;
-        if (picture.damaged) DecodeError("picture " + std::to_string(m_shown + 1) + " is damaged (concealed)");
-        CropI420(picture, m_options.zoom);
-        ShowFrameData frame;
-        memset(&frame, 0, sizeof(frame));
-        frame.data = picture.bytes.data();
-        frame.width = picture.width;
-        frame.height = picture.height;
-        m_overlay.frameNumber = m_shown + 1;
-        m_overlay.timestampMs = picture.timestampMs;
-        const int rc = m_sdk.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
-        if (rc != 0) fprintf(stderr, "QuillonPlay: QuillonRenderShowFrame returned %d\n", rc);
-        Shown(picture.timestampMs);
+        if (picture.damaged) {
+            ++m_concealed;
+            DecodeError("picture " + std::to_string(m_shown + 1) + " is damaged (concealed)");
+        }
+        ShowSoftware(picture);
         PumpMessages();
     }
     return true;
+}
+
+// The CPU-data path shows whole pictures, so the player applies the zoom.
+ShowFrameData Player::CpuDataFrame(I420Picture& picture) const
+{
+    CropI420(picture, m_options.zoom);
+    ShowFrameData frame;
+    memset(&frame, 0, sizeof(frame));
+    frame.data = picture.bytes.data();
+    frame.width = picture.width;
+    frame.height = picture.height;
+    return frame;
+}
+
+void Player::ShowSoftware(I420Picture& picture)
+{
+    ShowFrameData frame;
+    memset(&frame, 0, sizeof(frame));
+    if (m_gpuUpload && !m_pool.Upload(picture, frame)) UseCpuDataPath("cannot upload the picture: " + m_pool.Error());
+    if (!m_gpuUpload) frame = CpuDataFrame(picture);
+    m_overlay.frameNumber = m_shown + 1;
+    m_overlay.timestampMs = picture.timestampMs;
+    m_pacer.WaitUntilDue(picture.timestampMs, PumpWhilePacing, nullptr);
+    int rc = m_sdk.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
+    if (rc != 0 && m_gpuUpload && m_shown == 0) {
+        UseCpuDataPath("the uploaded texture cannot be shown (" + std::to_string(rc) + ")");
+        frame = CpuDataFrame(picture);
+        rc = m_sdk.QuillonRenderShowFrame(m_render, &frame, sizeof(frame));
+    }
+    if (rc != 0) fprintf(stderr, "QuillonPlay: QuillonRenderShowFrame returned %d\n", rc);
+    Shown(picture.timestampMs);
 }
 
 int Player::Run()
@@ -417,7 +425,7 @@ int Player::Run()
     if (!SetUpRender()) return 3;
     SetUpDecoder();
 
-    m_start = GetTickCount();
+    m_pacer = Pacer(m_source.FrameRate(), m_options.fast);
     std::vector<uint8_t> unit;
     int64_t timestampMs = 0;
     while (!m_failed && !Done() && m_source.NextAccessUnit(unit, timestampMs)) {
@@ -426,10 +434,11 @@ int Player::Run()
         PumpMessages();
     }
     if (m_software && !m_failed && !Done()) FeedSoftware({}, 0);  // the pictures still in the decoder
-    const double seconds = (GetTickCount() - m_start) / 1000.0;
-    printf("%sQuillonPlay: shown %d frames in %.2f s (%.1f fps), %s decoding, %d decode errors\n",
+    const double seconds = m_pacer.Elapsed();
+    printf("%sQuillonPlay: shown %d frames in %.2f s (%.1f fps), %s decoding, %d decode errors, %d pictures lost, "
+           "%d late\n",
            m_options.progress ? "\n" : "", m_shown, seconds, seconds > 0 ? m_shown / seconds : 0.0,
-           m_software ? "software" : "hardware", m_decodeErrors + PlayerSource::LoggedErrors());
+           m_software ? "software" : "hardware", m_decodeErrors + PlayerSource::LoggedErrors(), Lost(), m_pacer.Late());
 
     int result = m_failed || m_shown == 0 ? 4 : 0;
     if (!m_options.screenshot.empty()) {

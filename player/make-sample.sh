@@ -4,6 +4,7 @@
 #   sample.264  raw H.264 (Annex B), x264
 #   sample.mkv  the same H.264 stream in Matroska, x264
 #   sample.265  raw HEVC (Annex B), x265
+#   sample-5fps.mkv  15 pictures at 5 fps in Matroska (3 s of timestamps), x264
 # Needs Debian's x264, x265 and perl. FRAMES (default 30) sets the length.
 set -euo pipefail
 DIR=${1:-sample}
@@ -11,7 +12,7 @@ FRAMES=${FRAMES:-30}
 W=320 H=240
 mkdir -p "$DIR"
 
-pattern() {
+pattern() {  # [frames]
   perl -e '
     use strict; my ($w, $h, $frames) = @ARGV;
     # BT.601 studio-range bars: white yellow cyan green magenta red blue black
@@ -35,12 +36,16 @@ pattern() {
           print(($y >= $by / $s && $y < ($by + $bs) / $s) ? $blockRow : $row);
         }
       }
-    }' "$W" "$H" "$FRAMES"
+    }' "$W" "$H" "${1:-$FRAMES}"
 }
 
-X264=(x264 --quiet --demuxer raw --input-res ${W}x${H} --fps 25 --preset veryfast --qp 18 --keyint 15 --bframes 0)
-pattern | "${X264[@]}" -o "$DIR/sample.264" - 2>/dev/null
-pattern | "${X264[@]}" -o "$DIR/sample.mkv" - 2>/dev/null
+x264_clip() {  # fps file
+  x264 --quiet --demuxer raw --input-res ${W}x${H} --fps "$1" --preset veryfast --qp 18 --keyint 15 --bframes 0 \
+    -o "$2" - 2>/dev/null
+}
+pattern | x264_clip 25 "$DIR/sample.264"
+pattern | x264_clip 25 "$DIR/sample.mkv"
 pattern | x265 --log-level error --input - --input-res ${W}x${H} --input-csp i420 --fps 25 \
   --preset fast --qp 18 --keyint 15 --bframes 0 -o "$DIR/sample.265" 2>/dev/null
-ls -l "$DIR"/sample.264 "$DIR"/sample.mkv "$DIR"/sample.265 >&2
+pattern 15 | x264_clip 5 "$DIR/sample-5fps.mkv"
+ls -l "$DIR"/sample.264 "$DIR"/sample.mkv "$DIR"/sample.265 "$DIR"/sample-5fps.mkv >&2

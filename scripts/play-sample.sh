@@ -2,6 +2,10 @@
 # Plays generated sample clips with QuillonPlay.exe under Xvfb + Wine and
 # writes a screenshot of the window after the last picture of each.
 #   scripts/play-sample.sh [h264|mkv|hevc ...] [extra QuillonPlay options]
+# QUILLON_STACK=2 plays them on the second test stack (Wine + DXVK,
+# scripts/with-stack2.sh, built once on first use), where the player shows
+# its software-decoded pictures through the GPU texture path; otherwise on
+# the host's Wine (CPU-data path).
 # Sets up and builds what is missing first (scripts/setup.sh). The clips
 # (raw H.264, H.264 in Matroska, raw HEVC, made with x264/x265 from a
 # synthetic moving pattern) and the screenshots land in <build>/sample/.
@@ -13,6 +17,9 @@ if [[ -z ${QUILLON_SAMPLE_BUILD:-} ]]; then
   QUILLON_SAMPLE_BUILD=$("$ROOT/scripts/setup.sh")
   "$ROOT/player/make-sample.sh" "$QUILLON_SAMPLE_BUILD/sample" 2>/dev/null
   export QUILLON_SAMPLE_BUILD
+  if [[ ${QUILLON_STACK:-1} == 2 ]]; then
+    QUILLON_BUILD_DIR=$QUILLON_SAMPLE_BUILD exec "$ROOT/scripts/with-stack2.sh" "$0" "$@"
+  fi
   exec "$ROOT/scripts/with-display.sh" "$0" "$@"
 fi
 CLIPS=()

@@ -1,8 +1,12 @@
 // QuillonPlay.exe end to end: it plays the generated sample clips (raw H.264,
 // H.264 in Matroska, raw HEVC) through QuillonSDK.dll, and its screenshot of
-// the last picture matches FFmpeg's own decode of that picture converted
-// with BT.601. Under Wine the hardware decoder cannot be set up, so this
-// also covers the software fallback and the CPU-data path.
+// the last picture matches FFmpeg's own decode of that picture. Under Wine
+// the hardware decoder cannot be set up, so the player decodes in software
+// and shows the pictures through the texture path where the device samples
+// NV12 (QUILLON_STACK=2: converted with BT.709, zoom and destination
+// rectangle applied by the library), else through the CPU-data path (BT.601).
+// Also: pacing by timestamps, the count of lost pictures on damaged clips,
+// and the player's NV12 pool byte for byte.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -12,10 +16,15 @@
 #include <string>
 #include <vector>
 
+#include "player/Nv12Pool.h"
 #include "player/PlayerSource.h"
+#include "testkit/nv12.h"
 #include "testkit/testkit.h"
+#include "xop/D3D11RenderTexture.h"
 
 namespace {
+
+using Microsoft::WRL::ComPtr;
 
 struct Image {
     int width = 0;
@@ -82,8 +91,8 @@ bool ReadStoredPng(const std::string& path, Image& image)
 }
 
 // FFmpeg's decode of the clip, picture `index` (0-based) in output order,
-// converted with studio-range BT.601.
-bool ReferencePicture(const std::string& clip, int index, Image& image)
+// converted with studio-range BT.709 or BT.601.
+bool ReferencePicture(const std::string& clip, int index, bool bt709, Image& image)
 {
     PlayerSource source;
     if (!source.Open(clip) || !source.StartSoftwareDecoder()) return false;
@@ -104,11 +113,12 @@ bool ReferencePicture(const std::string& clip, int index, Image& image)
     for (int y = 0; y < p.height; ++y) {
         for (int x = 0; x < p.width; ++x) {
             const int c = (y / 2) * (p.width / 2) + x / 2;
-            const double l = 1.1644 * (Y[y * p.width + x] - 16), u = U[c] - 128.0, v = V[c] - 128.0;
-            const double rgb[3] = {l + 1.596 * v, l - 0.3918 * u - 0.813 * v, l + 2.0172 * u};
-            for (int k = 0; k < 3; ++k)
-                image.rgb[(static_cast<size_t>(y) * p.width + x) * 3 + k] =
-                    static_cast<unsigned char>(std::lround(std::fmin(255.0, std::fmax(0.0, rgb[k]))));
+            const testkit::Yuv yuv = {Y[y * p.width + x], U[c], V[c]};
+            const testkit::Rgb rgb = bt709 ? testkit::Bt709ToRgb(yuv) : testkit::Bt601ToRgb(yuv);
+            unsigned char* out = &image.rgb[(static_cast<size_t>(y) * p.width + x) * 3];
+            out[0] = static_cast<unsigned char>(rgb.r);
+            out[1] = static_cast<unsigned char>(rgb.g);
+            out[2] = static_cast<unsigned char>(rgb.b);
         }
     }
     return true;
@@ -139,66 +149,165 @@ protected:
 };
 testkit::StagedDir* Player::s_dir = nullptr;
 
+// How the screen's w x h block at (sx, sy) agrees with the reference's at
+// (rx, ry). Chroma is upsampled by filtering on screen and by repetition in
+// the reference, so pixels next to a colour edge differ a little; inside
+// flat areas (the reference equal three pixels away, diagonals included)
+// they agree.
+struct Agreement {
+    double meanDifference = 0;
+    int flatPixels = 0;
+    int worst = 0;
+    std::string where;
+};
+
+Agreement Compare(const Image& screen, int sx, int sy, const Image& reference, int rx, int ry, int w, int h)
+{
+    Agreement a;
+    double total = 0;
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            const unsigned char* s = screen.At(sx + x, sy + y);
+            const unsigned char* r = reference.At(rx + x, ry + y);
+            bool isFlat = x >= 3 && y >= 3 && x + 3 < w && y + 3 < h;
+            for (int k = 0; k < 3; ++k) {
+                total += std::abs(s[k] - r[k]);
+                if (isFlat)
+                    for (int dy = -3; dy <= 3; dy += 3)
+                        for (int dx = -3; dx <= 3; dx += 3)
+                            isFlat = isFlat && std::abs(reference.At(rx + x + dx, ry + y + dy)[k] - r[k]) <= 4;
+            }
+            if (!isFlat) continue;
+            ++a.flatPixels;
+            for (int k = 0; k < 3; ++k) {
+                if (std::abs(s[k] - r[k]) <= a.worst) continue;
+                a.worst = std::abs(s[k] - r[k]);
+                a.where = std::to_string(x) + "," + std::to_string(y) + " channel " + std::to_string(k) + ": " +
+                          std::to_string(s[k]) + " vs " + std::to_string(r[k]);
+            }
+        }
+    }
+    a.meanDifference = total / (3.0 * w * h);
+    return a;
+}
+
+void ExpectAgreement(const Agreement& a, int w, int h)
+{
+    EXPECT_LT(a.meanDifference, 3.0);
+    EXPECT_GT(a.flatPixels, w * h / 2);
+    EXPECT_LE(a.worst, 8) << a.where;
+}
+
 TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
 {
+    // Software decoding everywhere here; the texture path where NV12 can be sampled.
+    const bool texturePath = testkit::OnNv12Stack();
+    const std::string path = std::string("QuillonPlay: path: software decoding, shown through the ") +
+                             (texturePath ? "GPU texture path" : "CPU-data path");
     const int frames = 20;
+    const std::string shot = s_dir->Path() + "shot.bmp";
+    Image screen, reference;
     for (const char* name : {"sample.264", "sample.mkv", "sample.265"}) {
         SCOPED_TRACE(name);
-        const std::string shot = s_dir->Path() + "shot.bmp";
         DeleteFileA(shot.c_str());
-        const testkit::ProcessRun run = Play(*s_dir, "--no-overlay --progress --frames " + std::to_string(frames) + " --screenshot \"" +
-                                         shot + "\" \"" + Clip(name) + "\"");
+        const testkit::ProcessRun run = Play(*s_dir, "--no-overlay --fast --progress --frames " + std::to_string(frames) +
+                                                         " --screenshot \"" + shot + "\" \"" + Clip(name) + "\"");
         EXPECT_EQ(run.exitCode, 0u) << run.output;
         EXPECT_EQ(Count(run.output, "decoding in software"), 1u) << run.output;
+        EXPECT_EQ(Count(run.output, "QuillonPlay: path: "), 1u) << run.output;
+        EXPECT_EQ(Count(run.output, path), 1u) << run.output;
         EXPECT_EQ(Count(run.output, "QuillonPlay: shown 20 frames in "), 1u) << run.output;
         EXPECT_NE(run.output.find("shown 10 frames, "), std::string::npos) << run.output;
         EXPECT_NE(run.output.find(" fps"), std::string::npos) << run.output;
 
-        Image screen, reference;
         ASSERT_TRUE(ReadBmp(shot, screen)) << run.output;
-        ASSERT_TRUE(ReferencePicture(Clip(name), frames - 1, reference));
+        ASSERT_TRUE(ReferencePicture(Clip(name), frames - 1, texturePath, reference));
         ASSERT_EQ(screen.width, reference.width);
         ASSERT_EQ(screen.height, reference.height);
-        // Chroma is upsampled by filtering on screen and by repetition here,
-        // so pixels next to a colour edge differ a little; inside flat areas
-        // (the reference equal three pixels away, diagonals included) they agree.
-        double total = 0;
-        int worst = 0, flat = 0;
-        std::string where;
-        for (int y = 0; y < screen.height; ++y) {
-            for (int x = 0; x < screen.width; ++x) {
-                bool isFlat = x >= 3 && y >= 3 && x + 3 < screen.width && y + 3 < screen.height;
-                for (int k = 0; k < 3; ++k) {
-                    const int r = reference.At(x, y)[k];
-                    total += std::abs(screen.At(x, y)[k] - r);
-                    if (isFlat)
-                        for (int dy = -3; dy <= 3; dy += 3)
-                            for (int dx = -3; dx <= 3; dx += 3)
-                                isFlat = isFlat && std::abs(reference.At(x + dx, y + dy)[k] - r) <= 4;
-                }
-                if (!isFlat) continue;
-                ++flat;
-                for (int k = 0; k < 3; ++k) {
-                    const int d = std::abs(screen.At(x, y)[k] - reference.At(x, y)[k]);
-                    if (d > worst) {
-                        worst = d;
-                        where = std::to_string(x) + "," + std::to_string(y) + " channel " + std::to_string(k) + ": " +
-                                std::to_string(screen.At(x, y)[k]) + " vs " + std::to_string(reference.At(x, y)[k]);
-                    }
-                }
-            }
-        }
-        EXPECT_LT(total / screen.rgb.size(), 3.0);
-        EXPECT_GT(flat, screen.width * screen.height / 2);
-        EXPECT_LE(worst, 8) << where;
+        ExpectAgreement(Compare(screen, 0, 0, reference, 0, 0, screen.width, screen.height), screen.width,
+                        screen.height);
     }
+    if (!texturePath) return;  // zoom and destination rectangle belong to the texture path
+
+    // The middle quarter of the picture (80,60)-(240,180), cropped by the
+    // library, shown 1:1 in the rectangle (40,30)-(200,150); black around it.
+    DeleteFileA(shot.c_str());
+    const testkit::ProcessRun run = Play(*s_dir, "--no-overlay --fast --frames 20 --zoom 0.25,0.25,0.75,0.75 --dst 40,30,200,150 "
+                                                 "--screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    EXPECT_EQ(run.exitCode, 0u) << run.output;
+    EXPECT_EQ(Count(run.output, path), 1u) << run.output;
+    ASSERT_TRUE(ReadBmp(shot, screen)) << run.output;
+    ASSERT_TRUE(ReferencePicture(Clip("sample.265"), frames - 1, true, reference));
+    ASSERT_EQ(screen.width, 320);
+    ASSERT_EQ(screen.height, 240);
+    ExpectAgreement(Compare(screen, 40, 30, reference, 80, 60, 160, 120), 160, 120);
+    int lit = 0;
+    for (int y = 0; y < screen.height; ++y)
+        for (int x = 0; x < screen.width; ++x) {
+            const unsigned char* p = screen.At(x, y);
+            lit += (x < 40 || x >= 200 || y < 30 || y >= 150) && p[0] + p[1] + p[2] > 0;
+        }
+    EXPECT_EQ(lit, 0);
+}
+
+// The H.264 clip with the NAL unit of its first keyframe (type 5) left out,
+// or cut to a quarter of its length.
+std::string DamageFirstKeyframe(const std::string& clip, bool cut)
+{
+    const std::string startCode("\0\0\1", 3);
+    size_t at = clip.find(startCode);
+    while (at != std::string::npos && (clip[at + 3] & 31) != 5) at = clip.find(startCode, at + 3);
+    if (at == std::string::npos) return "";
+    size_t end = clip.find(startCode, at + 3);
+    end = end == std::string::npos ? clip.size() : end - (clip[end - 1] == 0);  // a four-byte start code
+    return clip.substr(0, cut ? at + (end - at) / 4 : at) + clip.substr(end);
+}
+
+// Pictures shown and seconds played from the player's summary line.
+bool Summary(const std::string& output, int& shown, double& seconds)
+{
+    const size_t at = output.find("QuillonPlay: shown ");
+    return at != std::string::npos && sscanf(output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &seconds) == 2;
+}
+
+TEST_F(Player, PacesByTimestampsAndCountsLostPictures)
+{
+    // 15 pictures stamped 0.2 s apart: the last is due 2.8 s after the first.
+    int shown = 0;
+    double seconds = 0;
+    const testkit::ProcessRun paced = Play(*s_dir, "--no-overlay \"" + Clip("sample-5fps.mkv") + "\"");
+    EXPECT_EQ(paced.exitCode, 0u) << paced.output;
+    ASSERT_TRUE(Summary(paced.output, shown, seconds)) << paced.output;
+    EXPECT_EQ(shown, 15);
+    EXPECT_GE(seconds, 14 / 5.0) << paced.output;
+    EXPECT_NE(paced.output.find(", 0 decode errors, 0 pictures lost, "), std::string::npos) << paced.output;
+
+    // Two groups of 15 pictures. Without the first keyframe the decoder
+    // drops the 14 pictures that depend on it; the second group plays.
+    const std::string clip = testkit::ReadFile(Clip("sample.264"));
+    s_dir->Write("no-keyframe.264", DamageFirstKeyframe(clip, false));
+    s_dir->Write("cut-keyframe.264", DamageFirstKeyframe(clip, true));
+    const testkit::ProcessRun dropped = Play(*s_dir, "--no-overlay --fast no-keyframe.264");
+    EXPECT_EQ(dropped.exitCode, 0u) << dropped.output;
+    ASSERT_TRUE(Summary(dropped.output, shown, seconds)) << dropped.output;
+    EXPECT_EQ(shown, 15);
+    EXPECT_NE(dropped.output.find(", 14 pictures lost, "), std::string::npos) << dropped.output;
+
+    // A keyframe cut short is concealed: all 30 pictures shown, one lost,
+    // however many error lines the decoder writes about it.
+    const testkit::ProcessRun concealed = Play(*s_dir, "--no-overlay --fast cut-keyframe.264");
+    EXPECT_EQ(concealed.exitCode, 0u) << concealed.output;
+    ASSERT_TRUE(Summary(concealed.output, shown, seconds)) << concealed.output;
+    EXPECT_EQ(shown, 30);
+    EXPECT_NE(concealed.output.find(", 1 pictures lost, "), std::string::npos) << concealed.output;
+    EXPECT_GE(Count(concealed.output, "QuillonPlay: decode error: "), 2u) << concealed.output;
 }
 
 TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
 {
     const std::string shot = s_dir->Path() + "shot.png";
     DeleteFileA(shot.c_str());
-    const testkit::ProcessRun run = Play(*s_dir, "--frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    const testkit::ProcessRun run = Play(*s_dir, "--fast --frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
     EXPECT_EQ(run.exitCode, 0u) << run.output;
     Image screen;
     ASSERT_TRUE(ReadStoredPng(shot, screen));
@@ -217,7 +326,7 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     EXPECT_TRUE(edge[1] > 200 && edge[0] < 120 && edge[2] < 120) << int(edge[0]) << "," << int(edge[1]) << "," << int(edge[2]);
 
     // A zoom onto the left quarter shows the white bar across the window.
-    const testkit::ProcessRun zoomed = Play(*s_dir, "--no-overlay --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot + "\" \"" +
+    const testkit::ProcessRun zoomed = Play(*s_dir, "--no-overlay --fast --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot + "\" \"" +
                                         Clip("sample.264") + "\"");
     EXPECT_EQ(zoomed.exitCode, 0u) << zoomed.output;
     ASSERT_TRUE(ReadStoredPng(shot, screen));
@@ -226,6 +335,106 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     // Bad input: a usage message and exit code 1; a missing file: 2.
     EXPECT_EQ(Play(*s_dir, "--frames").exitCode, 1u);
     EXPECT_EQ(Play(*s_dir, "\"" + s_dir->Path() + "absent.264\"").exitCode, 2u);
+}
+
+// A picture whose every sample tells its place: luma from (x, y), chroma
+// from (x, y) of its own plane and `seed`.
+I420Picture Numbered(int w, int h, int seed)
+{
+    I420Picture p;
+    p.width = w;
+    p.height = h;
+    p.bytes.resize(static_cast<size_t>(w) * h * 3 / 2);
+    uint8_t* u = p.bytes.data() + w * h;
+    uint8_t* v = u + w * h / 4;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) p.bytes[y * w + x] = static_cast<uint8_t>(x * 3 + y * 5 + seed);
+    for (int y = 0; y < h / 2; ++y)
+        for (int x = 0; x < w / 2; ++x) {
+            u[y * (w / 2) + x] = static_cast<uint8_t>(16 + x + 2 * y + seed);
+            v[y * (w / 2) + x] = static_cast<uint8_t>(200 - x - y + seed);
+        }
+    return p;
+}
+
+// Slice `slice` of the pool must hold `p` as NV12 with its last column and
+// row repeated into the padding; the first wrong byte is returned.
+std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, const I420Picture& p)
+{
+    ComPtr<ID3D11DeviceContext> context;
+    device->GetImmediateContext(&context);
+    const D3D11_TEXTURE2D_DESC desc = xop::TextureDesc(pool.Width(), pool.Height(), DXGI_FORMAT_NV12,
+                                                       D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
+    ComPtr<ID3D11Texture2D> staging;
+    if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return "no staging texture";
+    context->CopySubresourceRegion(staging.Get(), 0, 0, 0, 0, pool.Texture(), slice, nullptr);
+    D3D11_MAPPED_SUBRESOURCE map = {};
+    if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &map))) return "cannot map";
+    const uint8_t* got = static_cast<const uint8_t*>(map.pData);
+    const uint8_t* u = p.bytes.data() + p.width * p.height;
+    const uint8_t* v = u + p.width * p.height / 4;
+    std::string wrong;
+    for (int y = 0; y < pool.Height() * 3 / 2 && wrong.empty(); ++y) {
+        for (int x = 0; x < pool.Width() && wrong.empty(); ++x) {
+            int want;
+            if (y < pool.Height()) {
+                want = p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)];
+            } else {
+                const int c = std::min(y - pool.Height(), p.height / 2 - 1) * (p.width / 2) + std::min(x / 2, p.width / 2 - 1);
+                want = x % 2 ? v[c] : u[c];
+            }
+            if (got[y * map.RowPitch + x] != want)
+                wrong = "slice " + std::to_string(slice) + " at " + std::to_string(x) + "," + std::to_string(y) + ": " +
+                        std::to_string(got[y * map.RowPitch + x]) + " instead of " + std::to_string(want);
+        }
+    }
+    context->Unmap(staging.Get(), 0);
+    return wrong;
+}
+
+TEST(Nv12PoolUpload, FillsSlicesInTurnWithThePictureAndItsEdgesRepeated)
+{
+    ComPtr<ID3D11Device> device;
+    ASSERT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0,
+                                               D3D11_SDK_VERSION, &device, nullptr, nullptr));
+    QUILLON_REQUIRE_NV12_SAMPLING(device.Get());  // slices of NV12 arrays read back as zeros on stack 1
+    Nv12Pool pool;
+    ASSERT_TRUE(pool.Create(device.Get(), 70, 40, 3)) << pool.Error();
+    EXPECT_EQ(pool.Width(), 96);
+    EXPECT_EQ(pool.Height(), 64);
+
+    std::vector<I420Picture> pictures;
+    for (int i = 0; i < 4; ++i) {
+        pictures.push_back(Numbered(70, 40, i * 40));
+        ShowFrameData frame;
+        memset(&frame, 0, sizeof(frame));
+        ASSERT_TRUE(pool.Upload(pictures.back(), frame)) << pool.Error();
+        EXPECT_EQ(frame.texture, pool.Texture());
+        EXPECT_EQ(frame.arraySlice, static_cast<unsigned>(i % 3));
+        EXPECT_EQ(frame.width, 70);
+        EXPECT_EQ(frame.height, 40);
+    }
+    EXPECT_EQ(CheckSlice(device.Get(), pool, 0, pictures[3]), "");
+    EXPECT_EQ(CheckSlice(device.Get(), pool, 2, pictures[2]), "");
+
+    // Malformed pictures are refused and leave the record alone.
+    ShowFrameData frame;
+    memset(&frame, 0, sizeof(frame));
+    I420Picture odd = Numbered(70, 40, 0);
+    odd.width = 69;
+    I420Picture shortBytes = Numbered(70, 40, 0);
+    shortBytes.bytes.resize(70 * 40);
+    EXPECT_FALSE(pool.Upload(odd, frame));
+    EXPECT_FALSE(pool.Upload(shortBytes, frame));
+    EXPECT_EQ(frame.texture, nullptr);
+
+    // A larger picture makes a larger pool.
+    const I420Picture large = Numbered(100, 80, 7);
+    ASSERT_TRUE(pool.Upload(large, frame)) << pool.Error();
+    EXPECT_EQ(pool.Width(), 128);
+    EXPECT_EQ(pool.Height(), 96);
+    EXPECT_EQ(frame.arraySlice, 0u);
+    EXPECT_EQ(CheckSlice(device.Get(), pool, 0, large), "");
 }
 
 }  // namespace

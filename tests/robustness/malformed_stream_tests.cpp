@@ -84,7 +84,7 @@ protected:
     {
         s_sdk->dir.Write(name, bytes);
         testkit::ProcessRun run = testkit::RunProcess(s_sdk->dir.Path(),
-                                                      "\"" + s_sdk->dir.Path() + "QuillonPlay.exe\" --no-overlay " + name);
+                                                      "\"" + s_sdk->dir.Path() + "QuillonPlay.exe\" --no-overlay --fast " + name);
         printf("%s: exit %lu, %d pictures shown\n", name.c_str(), run.exitCode, ShownFrames(run.output));
         return run;
     }

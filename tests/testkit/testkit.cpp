@@ -249,9 +249,16 @@ size_t PrivateBytes()
 ProcessRun RunProcess(const std::string& directory, const std::string& commandLine, DWORD timeoutMs)
 {
     ProcessRun run;
-    const std::string outPath = directory + "run.out";
+    // A file of its own per run: under CTest (no console) Wine keeps an
+    // ended child's output handle open for a while, locking the file.
+    static int runs = 0;
+    const std::string outPath = directory + "run" + std::to_string(++runs) + ".out";
     SECURITY_ATTRIBUTES sa = {sizeof(sa), nullptr, TRUE};
     HANDLE out = CreateFileA(outPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, 0, nullptr);
+    if (out == INVALID_HANDLE_VALUE) {  // never hand back an earlier run's output
+        run.output = "RunProcess: cannot create " + outPath + " (error " + std::to_string(GetLastError()) + ")";
+        return run;
+    }
     STARTUPINFOA si = {};
     si.cb = sizeof(si);
     si.dwFlags = STARTF_USESTDHANDLES;
@@ -268,6 +275,7 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
     }
     CloseHandle(out);
     run.output = ReadFile(outPath);
+    DeleteFileA(outPath.c_str());
     return run;
 }
 

@@ -85,7 +85,7 @@ bool Near(COLORREF c, int r, int g, int b, int tolerance);
 size_t PrivateBytes();
 
 // Runs `commandLine` with `directory` as its working directory, stdout and
-// stderr both into `directory`\run.out; waits up to `timeoutMs` and kills it
+// stderr both into a new file `directory`\runN.out; waits up to `timeoutMs` and kills it
 // after that (exit code 99).
 struct ProcessRun {
     DWORD exitCode = 0xFFFFFFFF;
