@@ -4,7 +4,9 @@
 // QuillonRenderShowFrame (CPU-data path) into a window of the picture's
 // size; then the same with overlays (ten lines, one hatched region, one
 // text) drawn from the SDK's draw callback, against the loop drawing them
-// with Direct2D and DirectWrite on its own back buffer.
+// with Direct2D and DirectWrite on its own back buffer. The plain pictures
+// are also set against the loop taking the SDK's order of steps (picture
+// drawn into a texture, copied into the back buffer, empty Direct2D pass).
 #include <windows.h>
 
 #include <cstdio>
@@ -75,10 +77,14 @@ double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, in
     return fps;
 }
 
-double BaselineOverlayFps(HWND window, const xop::FrameImage& image, DWORD runMs)
+// The loop with overlays, or (`sdkSteps`) without them in the SDK's order
+// of steps.
+double LoopFps(HWND window, const xop::FrameImage& image, bool overlays, bool sdkSteps, DWORD runMs)
 {
     bench::BaselineLoop loop(window, image.width, image.height);
-    if (!loop.Ok() || !loop.AddOverlays(bench::OverlayScene(image.width, image.height))) return 0.0;
+    if (!loop.Ok() || (overlays && !loop.AddOverlays(bench::OverlayScene(image.width, image.height))) ||
+        (sdkSteps && !loop.UseSdkSteps()))
+        return 0.0;
     loop.UseI420(image);
     testkit::PumpMessages();
     return bench::FramesPerSecond([&] { loop.Frame(); }, runMs);
@@ -94,7 +100,8 @@ int main()
         return 1;
     }
 
-    bench::Table rendering("rendering", "picture", {"SDK fps", "baseline fps", "ratio"});
+    bench::Table rendering("rendering", "picture",
+                           {"SDK fps", "baseline fps", "ratio", "SDK-steps loop fps", "ratio to it"});
     bench::Table overlays("overlays", "picture", {"SDK fps", "baseline fps", "ratio"});
     const int sizes[2][2] = {{1280, 720}, {1920, 1080}};
     for (const auto& s : sizes) {
@@ -107,10 +114,12 @@ int main()
             [&](DWORD ms) { return SdkFps(sdk.api, window, picture, w, h, false, ms); },
             [&](DWORD ms) { return bench::BaselineFps(window, image, ms); },
             [&](DWORD ms) { return SdkFps(sdk.api, window, picture, w, h, true, ms); },
-            [&](DWORD ms) { return BaselineOverlayFps(window, image, ms); },
+            [&](DWORD ms) { return LoopFps(window, image, true, false, ms); },
+            [&](DWORD ms) { return LoopFps(window, image, false, true, ms); },
         });
-        rendering.Row(label, {fps[0], fps[1], fps[0] / (fps[1] > 0 ? fps[1] : 1.0)});
-        overlays.Row(label, {fps[2], fps[3], fps[2] / (fps[3] > 0 ? fps[3] : 1.0)});
+        auto ratio = [](double a, double b) { return a / (b > 0 ? b : 1.0); };
+        rendering.Row(label, {fps[0], fps[1], ratio(fps[0], fps[1]), fps[4], ratio(fps[0], fps[4])});
+        overlays.Row(label, {fps[2], fps[3], ratio(fps[2], fps[3])});
         DestroyWindow(window);
     }
     rendering.Publish(2);
