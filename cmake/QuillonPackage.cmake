@@ -1,7 +1,7 @@
 # Install layout, CMake package and distributable ZIP of the SDK.
 #
 #   bin/                    QuillonSDK.dll, Velmor.dll, ffmpeg-7.dll,
-#                           QuillonPlay.exe, QuillonSelfCheck.exe
+#                           QuillonPlay.exe, QuillonWall.exe, QuillonSelfCheck.exe
 #   include/                QuillonSDK.h
 #   lib/                    libQuillonSDK.dll.a (MinGW), QuillonSDK.lib (MSVC)
 #   lib/cmake/QuillonSDK/   QuillonSDKConfig.cmake (target Quillon::SDK)
@@ -10,7 +10,7 @@ include(CMakePackageConfigHelpers)
 set(QUILLON_DOC_DIR share/doc/QuillonSDK)
 set(QUILLON_CMAKE_DIR lib/cmake/QuillonSDK)
 
-install(TARGETS QuillonSDK Velmor QuillonPlay QuillonSelfCheck
+install(TARGETS QuillonSDK Velmor QuillonPlay QuillonWall QuillonSelfCheck
   RUNTIME DESTINATION bin
   ARCHIVE DESTINATION lib)
 install(FILES ${CMAKE_BINARY_DIR}/bin/ffmpeg-7.dll DESTINATION bin)

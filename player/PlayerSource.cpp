@@ -61,6 +61,8 @@ const FfmpegModule& ff()
 }
 
 std::atomic<int> g_loggedErrors{0};
+thread_local int t_loggedErrors = 0;
+const char* g_programName = "QuillonPlay";
 
 bool FromDecoder(void* avcl)
 {
@@ -81,12 +83,15 @@ void LogCallback(void* avcl, int level, const char* fmt, va_list vl)
     int printPrefix = 1;
     ff().av_log_format_line2(avcl, level, fmt, vl, line, sizeof(line), &printPrefix);
     ++g_loggedErrors;
-    fprintf(stderr, "QuillonPlay: decode error: %s%s", line, strchr(line, '\n') ? "" : "\n");
+    ++t_loggedErrors;
+    fprintf(stderr, "%s: decode error: %s%s", g_programName, line, strchr(line, '\n') ? "" : "\n");
 }
 
 }  // namespace
 
 int PlayerSource::LoggedErrors() { return g_loggedErrors; }
+int PlayerSource::ThreadLoggedErrors() { return t_loggedErrors; }
+void PlayerSource::SetProgramName(const char* name) { g_programName = name; }
 
 PlayerSource::~PlayerSource()
 {

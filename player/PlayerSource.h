@@ -54,8 +54,13 @@ public:
     bool StartSoftwareDecoder();
     bool DecodeSoftware(const std::vector<uint8_t>& unit, int64_t timestampMs, std::vector<I420Picture>& out);
 
-    // Errors FFmpeg itself reported (each also printed as a decode error).
+    // Errors FFmpeg itself reported (each also printed as a decode error),
+    // in all and on the calling thread (software decoders decode on the
+    // thread that feeds them).
     static int LoggedErrors();
+    static int ThreadLoggedErrors();
+    // Program name that begins each printed decode error (default QuillonPlay).
+    static void SetProgramName(const char* name);
 
 private:
     bool Fail(const std::string& what, int err = 0);

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Writes short sample clips of a synthetic moving pattern into DIR (default
-# ./sample): colour bars with a block sliding across them, 320x240, 25 fps.
+# ./sample): colour bars with a block sliding across them, 25 fps, 320x240
+# unless SIZE (WxH, both even) says otherwise.
 #   sample.264  raw H.264 (Annex B), x264
 #   sample.mkv  the same H.264 stream in Matroska, x264
 #   sample.265  raw HEVC (Annex B), x265
@@ -9,7 +10,8 @@
 set -euo pipefail
 DIR=${1:-sample}
 FRAMES=${FRAMES:-30}
-W=320 H=240
+SIZE=${SIZE:-320x240}
+W=${SIZE%x*} H=${SIZE#*x}
 mkdir -p "$DIR"
 
 pattern() {  # [frames]

@@ -11,17 +11,7 @@
 # synthetic moving pattern) and the screenshots land in <build>/sample/.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
-if [[ -z ${QUILLON_SAMPLE_BUILD:-} ]]; then
-  # Set up, build and make the clips once, then play them all under one
-  # display and wineserver.
-  QUILLON_SAMPLE_BUILD=$("$ROOT/scripts/setup.sh")
-  "$ROOT/player/make-sample.sh" "$QUILLON_SAMPLE_BUILD/sample" 2>/dev/null
-  export QUILLON_SAMPLE_BUILD
-  if [[ ${QUILLON_STACK:-1} == 2 ]]; then
-    QUILLON_BUILD_DIR=$QUILLON_SAMPLE_BUILD exec "$ROOT/scripts/with-stack2.sh" "$0" "$@"
-  fi
-  exec "$ROOT/scripts/with-display.sh" "$0" "$@"
-fi
+. "$ROOT/scripts/sample-setup.sh"
 CLIPS=()
 while [[ $# -gt 0 ]]; do
   case $1 in

@@ -6,8 +6,9 @@
 #   $QUILLON_CACHE/stack2/root-<key>             the root file system
 #   $QUILLON_CACHE/stack2/prefix-<key>-<pkey>    the DXVK Wine prefix
 # Prints both paths (one a line); a second run only checks the stamps.
-# Needs root (debootstrap, chroot, mounts).
 set -euo pipefail
+# Chroot and mounts need root: ask sudo, keeping the environment (the cache).
+[[ $(id -u) == 0 ]] || exec sudo -E "$0" "$@"
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 CACHE=${QUILLON_CACHE:-$HOME/.cache/quillon}
 DIR=$CACHE/stack2
@@ -36,7 +37,6 @@ PREFIX=$DIR/prefix-$KEY-$PKEY
 done_already() { [[ -f $ROOTFS.done && -f $PREFIX.done ]]; }
 if done_already; then printf '%s\n%s\n' "$ROOTFS" "$PREFIX"; exit 0; fi
 
-[[ $(id -u) == 0 ]] || { log "building the stack-2 root file system needs root"; exit 1; }
 mkdir -p "$DIR"
 # One build at a time: a second set-up started meanwhile waits for the
 # first one's result. A half-built tree never carries the stamp and is

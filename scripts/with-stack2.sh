@@ -3,13 +3,15 @@
 # Debian 13 root file system that scripts/stack2.sh builds once):
 #   scripts/with-stack2.sh CMD...
 # CMD runs from the same working directory, with the repository, the working
-# directory, $QUILLON_BUILD_DIR and every absolute directory named in its
+# directory, $QUILLON_BUILD_DIR, the cache (the FFmpeg build) and every absolute directory named in its
 # arguments visible at the same paths, under a private Xvfb and one
 # persistent wineserver (scripts/with-display.sh), with QUILLON_STACK=2.
 # WINEPREFIX is the stack's DXVK prefix, or a private copy of it at
 # $QUILLON_STACK2_PREFIX (made or refreshed here): runs at the same time
 # must not share a prefix. Every mount vanishes when the run ends.
 set -euo pipefail
+# Chroot and mounts need root: ask sudo, keeping the environment (the cache).
+[[ $(id -u) == 0 ]] || exec sudo -E "$0" "$@"
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 [[ $# -gt 0 ]] || { echo "usage: $0 CMD..." >&2; exit 2; }
 . "$ROOT/scripts/stack2-chroot.sh"
@@ -29,7 +31,7 @@ if [[ -n ${QUILLON_STACK2_PREFIX:-} ]]; then
 fi
 
 # Host directories to show inside: not the system's own, not the stack's.
-binds=("$ROOT" "$PWD" "$PREFIX")
+binds=("$ROOT" "$PWD" "$PREFIX" "${QUILLON_CACHE:-$HOME/.cache/quillon}")
 [[ -n ${QUILLON_BUILD_DIR:-} ]] && binds+=("$QUILLON_BUILD_DIR")
 for a in "$@"; do
   a=${a#--*=}
@@ -42,6 +44,11 @@ for d in "${binds[@]}"; do
     /|/bin*|/boot*|/dev*|/etc*|/lib*|/proc*|/run*|/sbin*|/sys*|/usr*|/var*|"$ROOTFS"*) continue ;;
   esac
   shown+=("$d")
+done
+# The build's CMake files name the host CMake's own data directory (CPack's
+# templates): show it where the stack's CMake has none of that version.
+for d in /usr/share/cmake-*; do
+  [[ -d $d/Templates && ! -e $ROOTFS$d/Templates ]] && shown+=("$d")
 done
 # Parents before children, each once.
 mapfile -t shown < <(printf '%s\n' "${shown[@]}" | sort -u)

@@ -6,7 +6,7 @@
 // NV12 (QUILLON_STACK=2: converted with BT.709, zoom and destination
 // rectangle applied by the library), else through the CPU-data path (BT.601).
 // Also: pacing by timestamps, the count of lost pictures on damaged clips,
-// and the player's NV12 pool byte for byte.
+// the player's NV12 pool byte for byte, and the video wall tile by tile.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -141,7 +141,7 @@ protected:
     static void SetUpTestSuite()
     {
         s_dir = new testkit::StagedDir("player");
-        s_dir->Add("QuillonPlay.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
+        s_dir->Add("QuillonPlay.exe").Add("QuillonWall.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
     }
     static void TearDownTestSuite() { delete s_dir; }
     static std::string Clip(const std::string& name) { return testkit::BinDir() + "..\\sample\\" + name; }
@@ -335,6 +335,56 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     // Bad input: a usage message and exit code 1; a missing file: 2.
     EXPECT_EQ(Play(*s_dir, "--frames").exitCode, 1u);
     EXPECT_EQ(Play(*s_dir, "\"" + s_dir->Path() + "absent.264\"").exitCode, 2u);
+}
+
+// QuillonWall: every tile of the wall's screenshot shows the picture its
+// --stats line names as shown last, as FFmpeg decodes it, below the tile's
+// overlay text. 16 tiles in child windows on the DXVK stack; 4 on Wine's own
+// Direct3D, where many devices are slow and a child window's swap chain
+// never reaches the screen, so the tiles are popup windows there.
+TEST_F(Player, WallShowsTheLastPictureOfEveryTile)
+{
+    const bool dxvk = testkit::OnNv12Stack();
+    const int tiles = dxvk ? 16 : 4, columns = dxvk ? 4 : 2, tileW = 320, tileH = 240, textRows = 48;
+    const char* clips[2] = {"sample.264", "sample.265"};
+    const std::string shot = s_dir->Path() + "wall.bmp";
+    DeleteFileA(shot.c_str());
+    const testkit::ProcessRun run = testkit::RunProcess(
+        s_dir->Path(), "\"" + s_dir->Path() + "QuillonWall.exe\" " + (dxvk ? "" : "--popup-tiles ") + "--stats --seconds 3 --tiles " +
+                           std::to_string(tiles) + " --size " + std::to_string(columns * tileW) + "x" +
+                           std::to_string(tiles / columns * tileH) + " --screenshot \"" + shot + "\" \"" + Clip(clips[0]) +
+                           "\" \"" + Clip(clips[1]) + "\"");
+    ASSERT_EQ(run.exitCode, 0u) << run.output;
+    EXPECT_EQ(Count(run.output, dxvk ? "software, texture path" : "software, CPU-data path"), 2u) << run.output;
+    Image screen, reference;
+    ASSERT_TRUE(ReadBmp(shot, screen)) << run.output;
+    ASSERT_EQ(screen.width, columns * tileW);
+    ASSERT_EQ(screen.height, tiles / columns * tileH);
+    for (int i = 0; i < tiles; ++i) {
+        // Tiles take the files in turn; a repeat starts 5 pictures further on.
+        const std::string clip = clips[i % 2], line = "tile #" + std::to_string(i + 1) + " " + clip + ": shown ";
+        const size_t at = run.output.find(line);
+        ASSERT_NE(at, std::string::npos) << run.output;
+        int shown = 0, late = 0, dropped = 0, errors = 0, last = -1;
+        ASSERT_EQ(sscanf(run.output.c_str() + at + line.size(), "%d, late %d, dropped %d, decode errors %d, cpu %*f s, last picture %d",
+                         &shown, &late, &dropped, &errors, &last), 5);
+        SCOPED_TRACE(run.output.substr(at, run.output.find('\n', at) - at));
+        EXPECT_GT(shown, 0);
+        EXPECT_EQ(errors, 0);
+        ASSERT_TRUE(ReferencePicture(Clip(clip), last, dxvk, reference));
+        const int x0 = i % columns * tileW, y0 = i / columns * tileH;
+        // Below the text band and inside the tile's 2-pixel frame.
+        const int w = tileW - 6, h = tileH - textRows - 3;
+        ExpectAgreement(Compare(screen, x0 + 3, y0 + textRows, reference, 3, textRows, w, h), w, h);
+        // The overlay's text (yellow with a black shadow) covers part of the band above.
+        int text = 0;
+        for (int y = 4; y < textRows; ++y)
+            for (int x = 4; x < tileW / 2; ++x) {
+                const unsigned char *p = screen.At(x0 + x, y0 + y), *r = reference.At(x, y);
+                text += std::abs(p[0] - r[0]) + std::abs(p[1] - r[1]) + std::abs(p[2] - r[2]) > 150;
+            }
+        EXPECT_GT(text, 100);
+    }
 }
 
 // A picture whose every sample tells its place: luma from (x, y), chroma

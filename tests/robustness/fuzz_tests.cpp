@@ -30,6 +30,15 @@ public:
     {
         m_windows[0] = testkit::CreateTestWindow(0, 0, 160, 120, "fuzz A");
         m_windows[1] = testkit::CreateTestWindow(200, 0, 120, 90, "fuzz B");
+        if (testkit::OnNv12Stack()) {
+            // Two swap chains on one window abort lavapipe (stack 2), where
+            // Windows allows them, also a swap chain made anew on the window
+            // of the one it replaces: there each live render object has two
+            // windows of its own and moves to the other one each time.
+            for (int i = 0; i < kMaxLiveRenders; ++i)
+                for (int k = 0; k < 2; ++k)
+                    m_ownWindows[i][k] = testkit::CreateTestWindow(360 + i * 140, k * 120, 120 - k * 40, 90 - k * 30, "fuzz own");
+        }
         m_noAccess = static_cast<uint8_t*>(VirtualAlloc(nullptr, 65536, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS));
         m_picture.resize(static_cast<size_t>(kPictureSide + 64) * kPictureSide * 2);
         for (uint8_t& b : m_picture) b = static_cast<uint8_t>(m_rng());
@@ -40,6 +49,8 @@ public:
         for (void* h : m_liveRenders) m_sdk.QuillonRenderRelease(h);
         DestroyWindow(m_windows[0]);
         DestroyWindow(m_windows[1]);
+        for (auto& pair : m_ownWindows)
+            for (HWND w : pair) if (w) DestroyWindow(w);
         VirtualFree(m_noAccess, 0, MEM_RELEASE);
         s_self = nullptr;
     }
@@ -65,7 +76,7 @@ private:
     bool IsDecoder(void* h) const { return std::find(m_decoders.begin(), m_decoders.end(), h) != m_decoders.end(); }
     int Length(int fullSize);
     void Randomise(void* p, size_t n) { for (size_t i = 0; i < n; ++i) static_cast<uint8_t*>(p)[i] = static_cast<uint8_t>(m_rng()); }
-    HWND Window();
+    HWND Window(void* render);
     void Expect(int call, int result, std::initializer_list<int> allowed);
 
     void Create(bool render);
@@ -78,6 +89,9 @@ private:
     QuillonSdkApi& m_sdk;
     std::mt19937_64 m_rng;
     HWND m_windows[2] = {};
+    HWND m_ownWindows[kMaxLiveRenders][2] = {};
+    void* m_ownWindowsUser[kMaxLiveRenders] = {};
+    int m_ownWindowsNext[kMaxLiveRenders] = {};
     uint8_t* m_noAccess = nullptr;
     std::vector<uint8_t> m_picture;
     std::vector<void*> m_liveRenders, m_releasedRenders, m_decoders;
@@ -141,13 +155,28 @@ int Fuzzer::Length(int fullSize)
     }
 }
 
-HWND Fuzzer::Window()
+// A window for `render`'s device: none, one that does not exist, or one of
+// the test's (where render objects have windows of their own, the other one
+// of its pair, taken over from a render object no longer alive).
+HWND Fuzzer::Window(void* render)
 {
     switch (Below(4)) {
     case 0: return nullptr;
     case 1: return reinterpret_cast<HWND>(static_cast<uintptr_t>(0x10000 + Below(0x10000)));  // no such window
-    default: return m_windows[Below(2)];
+    default: break;
     }
+    const int k = static_cast<int>(Below(2));
+    if (!m_ownWindows[0][0] || !IsLiveRender(render)) return m_windows[k];
+    int slot = -1;
+    for (int i = 0; i < kMaxLiveRenders && slot < 0; ++i)
+        if (m_ownWindowsUser[i] == render) slot = i;
+    for (int i = 0; i < kMaxLiveRenders && slot < 0; ++i)
+        if (!IsLiveRender(m_ownWindowsUser[i])) slot = i;
+    if (m_ownWindowsUser[slot] != render) m_ownWindowsNext[slot] = k;
+    m_ownWindowsUser[slot] = render;
+    const int next = m_ownWindowsNext[slot];
+    m_ownWindowsNext[slot] = 1 - next;
+    return m_ownWindows[slot][next];
 }
 
 void Fuzzer::Expect(int call, int result, std::initializer_list<int> allowed)
@@ -312,7 +341,7 @@ void Fuzzer::Step()
         void* h = RenderHandle(3);
         RenderInitParam init;
         Randomise(&init, sizeof(init));
-        init.hWnd = Window();
+        init.hWnd = Window(h);
         const bool nullRecord = Chance(10);
         const int r = m_sdk.QuillonRenderInitDevice(h, nullRecord ? nullptr : &init, Length(sizeof(init)));
         if (!IsLiveRender(h)) Expect(7, r, {-1});
@@ -336,7 +365,7 @@ void Fuzzer::Step()
     }
     case 10: {
         void* h = RenderHandle(3);
-        const int r = m_sdk.QuillonRenderSetWnd(h, Window());
+        const int r = m_sdk.QuillonRenderSetWnd(h, Window(h));
         if (!IsLiveRender(h)) Expect(10, r, {-1});
         else Expect(10, r, {0, -1});
         break;

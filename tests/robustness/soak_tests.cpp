@@ -1,15 +1,23 @@
-// Soak: a thousand cycles of a render object's whole life (create, device on
-// a window, five pictures, release) and of a decoder's (create, set-up on
-// the renderer's device through the FFmpeg test double, one frame, release).
-// Private memory may grow while caches fill during the first hundred
-// cycles; after that it must stay flat (under 2 MB over 900 cycles).
+// Soak: cycles of a render object's whole life (create, device on a window,
+// five pictures, release), each hosting several lives of a decoder (create,
+// set-up on the renderer's device through the FFmpeg test double, one
+// frame, release). Private memory may grow while caches fill during a short
+// warm-up; after that it must stay flat. The allowance (four of the heap's
+// 64 KB steps) is small enough that one leaked set of input textures per
+// render life, or one leaked codec context (864 bytes) per decoder life,
+// exceeds it.
+//
+// CTest runs 60 measured cycles. QUILLON_SOAK_CYCLES sets another count:
+// `cmake --build <build> --target soak` runs 1,000 (allowing 2 KB a cycle).
 //
 // Two host threads share the cycles, each with its own window, as a
 // video-wall host would; like such a host they serialise creation and
 // release against every other call (a shared/exclusive lock).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <thread>
@@ -18,10 +26,12 @@
 
 namespace {
 
-constexpr int kCycles = 1000;
-constexpr int kWarmUpCycles = 100;
+constexpr int kCycles = 60;
+constexpr int kWarmUpCycles = 30;
+constexpr int kDecoderLives = 16;
 constexpr int kThreads = 2;
-constexpr size_t kAllowedGrowth = 2u << 20;
+constexpr long long kAllowedGrowth = 256 << 10;
+constexpr long long kAllowedPerCycle = 2 << 10;
 constexpr int kW = 64, kH = 48;
 
 SRWLOCK g_lifetimes = SRWLOCK_INIT;  // exclusive: create and release; shared: every other call
@@ -61,11 +71,14 @@ void Cycle(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture)
     Check(Shared([&] { return sdk.QuillonRenderInitDevice(render, &init, sizeof(init)); }) == 0 && init.device,
           "QuillonRenderInitDevice");
 
-    QuillonDecoderHandle decoder = Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
-    Check(Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); }) == 0, "QuillonDecoderInitial");
-    DecodeRecords records(32);
-    Check(Shared([&] { return records.Decode(sdk, decoder); }) == 0, "QuillonDecoderDecodeOneFrame");
-    Check(Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); }) == 0, "QuillonDecoderRelease");
+    for (int i = 0; i < kDecoderLives; ++i) {
+        QuillonDecoderHandle decoder = Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
+        Check(Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); }) == 0,
+              "QuillonDecoderInitial");
+        DecodeRecords records(32);
+        Check(Shared([&] { return records.Decode(sdk, decoder); }) == 0, "QuillonDecoderDecodeOneFrame");
+        Check(Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); }) == 0, "QuillonDecoderRelease");
+    }
 
     ShowFrameData show = CpuFrame(picture, kW, kH);
     for (int i = 0; i < 5; ++i)
@@ -90,8 +103,11 @@ void RunCycles(QuillonSdkApi& sdk, int cycles)
     for (std::thread& th : threads) th.join();
 }
 
-TEST(Soak, ThousandLivesOfRenderAndDecoderKeepMemoryFlat)
+TEST(Soak, LivesOfRenderAndDecoderKeepMemoryFlat)
 {
+    const char* requested = getenv("QUILLON_SOAK_CYCLES");
+    const int cycles = requested && atoi(requested) > 0 ? atoi(requested) : kCycles;
+    const long long allowed = std::max(kAllowedGrowth, cycles * kAllowedPerCycle);
     StagedSdk sdk("robust_soak", "FfmpegDouble.dll");
     ASSERT_TRUE(sdk.bound);
     ASSERT_EQ(0, sdk.api.QuillonStartup());
@@ -100,16 +116,16 @@ TEST(Soak, ThousandLivesOfRenderAndDecoderKeepMemoryFlat)
     RunCycles(sdk.api, kWarmUpCycles);
     const size_t afterWarmUp = testkit::PrivateBytes();
     const double warmUpSeconds = (GetTickCount() - start) / 1000.0;
-    RunCycles(sdk.api, kCycles - kWarmUpCycles);
+    RunCycles(sdk.api, cycles);
     const size_t end = testkit::PrivateBytes();
     ASSERT_EQ(0, g_failures.load());
 
     const long long growth = static_cast<long long>(end) - static_cast<long long>(afterWarmUp);
-    printf("soak: %d cycles in %.1f s (first %d in %.1f s); private bytes after %d cycles %zu, after %d cycles %zu, "
-           "growth %lld bytes (%.3f MB)\n",
-           kCycles, (GetTickCount() - start) / 1000.0, kWarmUpCycles, warmUpSeconds, kWarmUpCycles, afterWarmUp,
-           kCycles, end, growth, growth / 1048576.0);
-    EXPECT_LT(growth, static_cast<long long>(kAllowedGrowth));
+    printf("soak: %d warm-up + %d measured cycles (%d decoder lives each) in %.1f s (warm-up %.1f s); "
+           "private bytes after warm-up %zu, at the end %zu, growth %lld bytes (allowed %lld)\n",
+           kWarmUpCycles, cycles, kDecoderLives, (GetTickCount() - start) / 1000.0, warmUpSeconds, afterWarmUp, end,
+           growth, allowed);
+    EXPECT_LT(growth, allowed);
     sdk.api.QuillonCleanup();
 }
 

@@ -74,9 +74,10 @@ HWND CreateTestWindow(int x, int y, int w, int h, const char* title = "quillon t
 COLORREF ClientPixel(HWND window, int x, int y);
 
 // Polls ClientPixel until `accept` holds or about `timeoutMs` passed;
-// returns the last pixel read.
+// returns the last pixel read. Presentation is asynchronous and takes
+// seconds on a busy two-core machine.
 COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(COLORREF)>& accept,
-                            int timeoutMs = 2000);
+                            int timeoutMs = 5000);
 
 // True when every channel of `c` is within `tolerance` of (r, g, b).
 bool Near(COLORREF c, int r, int g, int b, int tolerance);

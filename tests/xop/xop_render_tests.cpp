@@ -400,11 +400,14 @@ TEST(Lifecycle, DestroyRepaintsUnlessThePictureIsKept) {
         r.Destroy();
         EXPECT_EQ(nullptr, r.GetDevice());
         EXPECT_EQ(0, r.m_frameFormat);
-        if (keep) {
+        if (!keep) {
+            EXPECT_TRUE(ShowsColour(hwnd, W / 2, H / 2, 0, 0, 0, 2));
+        } else if (!testkit::OnNv12Stack()) {
+            // Under DXVK (stack 2) the presented picture belongs to the
+            // Vulkan surface and goes with the swap chain: a kept picture
+            // cannot be observed there.
             Sleep(300);
             EXPECT_TRUE(testkit::Near(testkit::ClientPixel(hwnd, W / 2, H / 2), 255, 255, 255, 2));
-        } else {
-            EXPECT_TRUE(ShowsColour(hwnd, W / 2, H / 2, 0, 0, 0, 2));
         }
     }
 }
