@@ -13,7 +13,7 @@ log() { echo "[setup] $*" >&2; }
 PACKAGES=(
   cmake ninja-build make pkg-config nasm xz-utils dpkg-dev
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix mingw-w64-tools binutils-mingw-w64-x86-64
-  llvm
+  llvm debootstrap
   wine wine64 xvfb xauth x11-utils
   googletest x264 x265
   fonts-liberation fonts-dejavu-core fonts-wqy-microhei
@@ -29,10 +29,13 @@ if ((${#missing[@]})); then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 fi
 
+# The stack-2 root file system is mostly downloading: build it meanwhile.
+"$ROOT/scripts/stack2.sh" >/dev/null &
+STACK2_PID=$!
+
 FFMPEG_DIR=$("$ROOT/scripts/build-ffmpeg.sh")
 
 "$ROOT/scripts/wine-prefix.sh" >&2
-"$ROOT/scripts/stack2.sh" >/dev/null
 
 if [[ ! -f $BUILD/build.ninja ]]; then
   cmake -S "$ROOT" -B "$BUILD" -G Ninja \
@@ -43,4 +46,5 @@ else
   cmake -S "$ROOT" -B "$BUILD" -DQUILLON_FFMPEG_DIR="$FFMPEG_DIR" >/dev/null
 fi
 cmake --build "$BUILD" >&2
+wait "$STACK2_PID" || { log "setting up stack 2 failed"; exit 1; }
 echo "$BUILD"

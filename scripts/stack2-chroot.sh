@@ -27,9 +27,17 @@ stack2_enter() {  # runs as PID 1 of the new namespaces
   exec chroot "$rootfs" "$@"
 }
 
-# With STACK2_EXEC=1 the shell is replaced by the namespace's parent, so that
-# killing the caller (by PID) ends everything that runs inside.
+# The namespace's parent (unshare) ignores SIGTERM and SIGINT while it waits,
+# and its PID-1 child takes from outside only the signals it handles: on
+# either, the caller kills the parent, which takes down every process inside.
 stack2_chroot() {
-  ${STACK2_EXEC:+exec} unshare --mount --propagation private --pid --fork --kill-child -- \
-    bash -c "$(declare -f stack2_enter); stack2_enter \"\$@\"" stack2 "$@"
+  unshare --mount --propagation private --pid --fork --kill-child -- \
+    bash -c "$(declare -f stack2_enter); stack2_enter \"\$@\"" stack2 "$@" <&0 &
+  local pid=$! rc=0
+  trap "kill -KILL $pid 2>/dev/null; exit 130" INT
+  trap "kill -KILL $pid 2>/dev/null; exit 143" TERM
+  trap "kill -KILL $pid 2>/dev/null; exit 129" HUP
+  wait "$pid" || rc=$?
+  trap - INT TERM HUP
+  return "$rc"
 }

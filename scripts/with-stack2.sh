@@ -22,6 +22,11 @@ if [[ -n ${QUILLON_STACK2_PREFIX:-} ]]; then
   copy=$QUILLON_STACK2_PREFIX
   [[ $copy == /* ]] || copy=$PWD/$copy
   if [[ $(cat "$copy/.quillon-stack2-from" 2>/dev/null) != "$PREFIX" ]]; then
+    # Replace only an earlier copy or a Wine prefix, never anything else.
+    if [[ -e $copy && ! -f $copy/.quillon-stack2-from && ! -f $copy/system.reg ]] &&
+       [[ -n $(ls -A "$copy" 2>/dev/null) ]]; then
+      echo "with-stack2: $copy is neither empty nor a Wine prefix" >&2; exit 1
+    fi
     rm -rf "$copy"
     mkdir -p "$(dirname "$copy")"
     cp -a "$PREFIX" "$copy"
@@ -53,7 +58,7 @@ done
 # Parents before children, each once.
 mapfile -t shown < <(printf '%s\n' "${shown[@]}" | sort -u)
 
-STACK2_EXEC=1 stack2_chroot "$ROOTFS" "${shown[@]}" -- \
+stack2_chroot "$ROOTFS" "${shown[@]}" -- \
   /usr/bin/env -u DISPLAY -u XAUTHORITY -u TMPDIR HOME=/root WINEPREFIX="$PREFIX" \
   QUILLON_STACK=2 DXVK_LOG_LEVEL=none \
   bash -c 'cd "$1" 2>/dev/null || cd /; shift; exec "$0" "$@"' "$ROOT/scripts/with-display.sh" "$PWD" "$@"
