@@ -54,9 +54,8 @@ BaselineLoop::BaselineLoop(HWND window, int w, int h, ID3D11Device* device) : m_
     sd.OutputWindow = window;
     sd.Windowed = TRUE;
     if (FAILED(factory->CreateSwapChain(m_device.Get(), &sd, &m_chain))) return;
-    ComPtr<ID3D11Texture2D> back;
-    m_chain->GetBuffer(0, IID_PPV_ARGS(&back));
-    m_device->CreateRenderTargetView(back.Get(), nullptr, &m_rtv);
+    m_chain->GetBuffer(0, IID_PPV_ARGS(&m_back));
+    m_device->CreateRenderTargetView(m_back.Get(), nullptr, &m_rtv);
 
     m_device->CreateVertexShader(xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, nullptr, &m_vs);
     const xop::ShaderCode& i420 = xop::kPixelShaders[xop::kOutputI420];
@@ -128,15 +127,28 @@ bool BaselineLoop::UseNv12Slice(ID3D11Texture2D* pool, UINT slice)
     return true;
 }
 
-bool BaselineLoop::AddOverlays(const OverlayScene& scene)
+bool BaselineLoop::Make2DTarget()
 {
-    m_scene = scene;
     ComPtr<IDXGISurface> surface;
     const D2D1_RENDER_TARGET_PROPERTIES props = D2D1::RenderTargetProperties(
         D2D1_RENDER_TARGET_TYPE_DEFAULT, D2D1::PixelFormat(DXGI_FORMAT_UNKNOWN, D2D1_ALPHA_MODE_PREMULTIPLIED), 96, 96);
-    if (FAILED(D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, IID_PPV_ARGS(&m_d2d))) ||
-        FAILED(m_chain->GetBuffer(0, IID_PPV_ARGS(&surface))) ||
-        FAILED(m_d2d->CreateDxgiSurfaceRenderTarget(surface.Get(), &props, &m_target)) ||
+    return SUCCEEDED(D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, IID_PPV_ARGS(&m_d2d))) &&
+           SUCCEEDED(m_chain->GetBuffer(0, IID_PPV_ARGS(&surface))) &&
+           SUCCEEDED(m_d2d->CreateDxgiSurfaceRenderTarget(surface.Get(), &props, &m_target));
+}
+
+bool BaselineLoop::UseSdkSteps()
+{
+    const D3D11_TEXTURE2D_DESC td = xop::TextureDesc(m_w, m_h, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_DEFAULT,
+                                                     D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE, 0);
+    return SUCCEEDED(m_device->CreateTexture2D(&td, nullptr, &m_output)) &&
+           SUCCEEDED(m_device->CreateRenderTargetView(m_output.Get(), nullptr, &m_outputRtv)) && Make2DTarget();
+}
+
+bool BaselineLoop::AddOverlays(const OverlayScene& scene)
+{
+    m_scene = scene;
+    if (!Make2DTarget() ||
         FAILED(DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
                                    reinterpret_cast<IUnknown**>(m_dwrite.GetAddressOf()))) ||
         FAILED(m_dwrite->CreateTextFormat(L"Times New Roman", nullptr, DWRITE_FONT_WEIGHT_NORMAL,
@@ -149,6 +161,7 @@ bool BaselineLoop::AddOverlays(const OverlayScene& scene)
         return false;
     }
     m_text.assign(scene.text, scene.text + strlen(scene.text));
+    m_drawScene = true;
     return true;
 }
 
@@ -173,7 +186,7 @@ void BaselineLoop::Frame(StepTimes* times)
     const double t1 = Now();
     const float black[4] = {0, 0, 0, 1};
     const D3D11_VIEWPORT vp = {0, 0, static_cast<float>(m_w), static_cast<float>(m_h), 0, 1};
-    ID3D11RenderTargetView* rtv = m_rtv.Get();
+    ID3D11RenderTargetView* rtv = m_output ? m_outputRtv.Get() : m_rtv.Get();
     m_ctx->OMSetRenderTargets(1, &rtv, nullptr);
     m_ctx->ClearRenderTargetView(rtv, black);
     m_ctx->RSSetViewports(1, &vp);
@@ -191,9 +204,10 @@ void BaselineLoop::Frame(StepTimes* times)
     m_ctx->Draw(4, 0);
     ID3D11ShaderResourceView* none[3] = {};
     m_ctx->PSSetShaderResources(0, 3, none);
+    if (m_output) m_ctx->CopyResource(m_back.Get(), m_output.Get());
     const double t2 = Now();
-    if (m_target) {
-        m_target->BeginDraw();
+    if (m_target) m_target->BeginDraw();
+    if (m_drawScene) {
         for (const auto& line : m_scene.lines)
             m_target->DrawLine(Point(line[0]), Point(line[1]), m_lineBrush.Get(), static_cast<float>(m_scene.lineWidth));
         const RECT& r = m_scene.hatch;
@@ -205,8 +219,8 @@ void BaselineLoop::Frame(StepTimes* times)
                            D2D1::RectF(static_cast<float>(b.left), static_cast<float>(b.top),
                                        static_cast<float>(b.right), static_cast<float>(b.bottom)),
                            m_textBrush.Get());
-        m_target->EndDraw();
     }
+    if (m_target) m_target->EndDraw();
     const double t3 = Now();
     m_chain->Present(0, 0);
     if (times) {

@@ -50,11 +50,16 @@ public:
     bool UseNv12Slice(ID3D11Texture2D* pool, UINT slice);
     // Adds the Direct2D pass drawing `scene` after the picture.
     bool AddOverlays(const OverlayScene& scene);
+    // Takes the SDK's order of steps: the picture drawn into a texture of
+    // the back buffer's size, that texture copied into the back buffer, an
+    // empty Direct2D pass.
+    bool UseSdkSteps();
 
     void Frame(StepTimes* times = nullptr);
 
 private:
     bool MakeI420Planes();
+    bool Make2DTarget();
 
     HWND m_window;
     int m_w, m_h;
@@ -62,6 +67,8 @@ private:
     ComPtr<ID3D11DeviceContext> m_ctx;
     ComPtr<IDXGISwapChain> m_chain;
     ComPtr<ID3D11RenderTargetView> m_rtv;
+    ComPtr<ID3D11Texture2D> m_back, m_output;
+    ComPtr<ID3D11RenderTargetView> m_outputRtv;
     ComPtr<ID3D11Texture2D> m_planes[3];
     ComPtr<ID3D11ShaderResourceView> m_views[3];
     ComPtr<ID3D11Texture2D> m_nv12;
@@ -82,6 +89,7 @@ private:
     ComPtr<IDWriteFactory> m_dwrite;
     ComPtr<IDWriteTextFormat> m_format;
     OverlayScene m_scene{0, 0};
+    bool m_drawScene = false;
     std::wstring m_text;
 };
 

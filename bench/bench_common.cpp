@@ -19,6 +19,15 @@ double Now()
     return t.QuadPart / frequency;
 }
 
+std::vector<double> Interleaved(const std::vector<std::function<double(DWORD)>>& contenders, int rounds, DWORD runMs)
+{
+    std::vector<double> sums(contenders.size(), 0.0);
+    for (int r = 0; r < rounds; ++r)
+        for (size_t c = 0; c < contenders.size(); ++c) sums[c] += contenders[c](runMs / rounds);
+    for (double& s : sums) s /= rounds;
+    return sums;
+}
+
 double BaselineFps(HWND window, const xop::FrameImage& image, DWORD runMs)
 {
     BaselineLoop loop(window, image.width, image.height);

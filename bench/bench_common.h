@@ -5,6 +5,7 @@
 // and writes the same figures as JSON.
 #include <windows.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,14 @@ double FramesPerSecond(F frame, DWORD runMs = kRunMs)
     }
     return frames / elapsed;
 }
+
+// Frames per second of each contender, measured in `rounds` turns that
+// alternate between them (each turn sets its contender up, runs it for
+// runMs / rounds, and tears it down), so that load from elsewhere on the
+// machine falls on all of them alike. A contender takes its run time and
+// returns its frames per second; the figures are means over the turns.
+std::vector<double> Interleaved(const std::vector<std::function<double(DWORD)>>& contenders, int rounds = 3,
+                                DWORD runMs = kRunMs);
 
 // Baseline: three dynamic R8 planes uploaded with Map/WRITE_DISCARD, one quad
 // drawn with the library's own I420 shader straight into the back buffer of

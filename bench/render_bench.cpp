@@ -4,7 +4,9 @@
 // QuillonRenderShowFrame (CPU-data path) into a window of the picture's
 // size; then the same with overlays (ten lines, one hatched region, one
 // text) drawn from the SDK's draw callback, against the loop drawing them
-// with Direct2D and DirectWrite on its own back buffer.
+// with Direct2D and DirectWrite on its own back buffer. The plain pictures
+// are also set against the loop taking the SDK's order of steps (picture
+// drawn into a texture, copied into the back buffer, empty Direct2D pass).
 #include <windows.h>
 
 #include <cstdio>
@@ -59,7 +61,8 @@ void QUILLON_CALL DrawOverlays(ShowFrameData*, void* user)
     t->sdk->QuillonRenderConfig(t->render, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
 }
 
-double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, int w, int h, bool overlays)
+double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, int w, int h, bool overlays,
+              DWORD runMs)
 {
     QuillonRenderHandle render = bench::OpenRender(sdk, window);
     OverlayTarget target = {&sdk, render, bench::OverlayScene(w, h)};
@@ -68,17 +71,23 @@ double SdkFps(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture, in
         sdk.QuillonRenderConfig(render, QUILLON_CMD_SET_DRAW_CALLBACK, &cb, sizeof(cb));
     }
     ShowFrameData frame = CpuFrame(picture, w, h);
-    const double fps = bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); });
+    const double fps =
+        bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); }, runMs);
     sdk.QuillonRenderRelease(render);
     return fps;
 }
 
-double BaselineOverlayFps(HWND window, const xop::FrameImage& image)
+// The loop with overlays, or (`sdkSteps`) without them in the SDK's order
+// of steps.
+double LoopFps(HWND window, const xop::FrameImage& image, bool overlays, bool sdkSteps, DWORD runMs)
 {
     bench::BaselineLoop loop(window, image.width, image.height);
-    if (!loop.Ok() || !loop.AddOverlays(bench::OverlayScene(image.width, image.height))) return 0.0;
+    if (!loop.Ok() || (overlays && !loop.AddOverlays(bench::OverlayScene(image.width, image.height))) ||
+        (sdkSteps && !loop.UseSdkSteps()))
+        return 0.0;
     loop.UseI420(image);
-    return bench::FramesPerSecond([&] { loop.Frame(); });
+    testkit::PumpMessages();
+    return bench::FramesPerSecond([&] { loop.Frame(); }, runMs);
 }
 
 }  // namespace
@@ -91,7 +100,8 @@ int main()
         return 1;
     }
 
-    bench::Table rendering("rendering", "picture", {"SDK fps", "baseline fps", "ratio"});
+    bench::Table rendering("rendering", "picture",
+                           {"SDK fps", "baseline fps", "ratio", "SDK-steps loop fps", "ratio to it"});
     bench::Table overlays("overlays", "picture", {"SDK fps", "baseline fps", "ratio"});
     const int sizes[2][2] = {{1280, 720}, {1920, 1080}};
     for (const auto& s : sizes) {
@@ -100,13 +110,16 @@ int main()
         HWND window = testkit::CreateTestWindow(0, 0, w, h, "quillon bench");
         std::vector<uint8_t> picture = bench::Picture(w, h);
         const xop::FrameImage image = bench::I420Image(picture, w, h);
-        const double plain = SdkFps(sdk.api, window, picture, w, h, false);
-        const double baseline = bench::BaselineFps(window, image);
-        rendering.Row(label, {plain, baseline, plain / (baseline > 0 ? baseline : 1.0)});
-        const double withOverlays = SdkFps(sdk.api, window, picture, w, h, true);
-        const double baselineOverlays = BaselineOverlayFps(window, image);
-        overlays.Row(label, {withOverlays, baselineOverlays,
-                             withOverlays / (baselineOverlays > 0 ? baselineOverlays : 1.0)});
+        const std::vector<double> fps = bench::Interleaved({
+            [&](DWORD ms) { return SdkFps(sdk.api, window, picture, w, h, false, ms); },
+            [&](DWORD ms) { return bench::BaselineFps(window, image, ms); },
+            [&](DWORD ms) { return SdkFps(sdk.api, window, picture, w, h, true, ms); },
+            [&](DWORD ms) { return LoopFps(window, image, true, false, ms); },
+            [&](DWORD ms) { return LoopFps(window, image, false, true, ms); },
+        });
+        auto ratio = [](double a, double b) { return a / (b > 0 ? b : 1.0); };
+        rendering.Row(label, {fps[0], fps[1], ratio(fps[0], fps[1]), fps[4], ratio(fps[0], fps[4])});
+        overlays.Row(label, {fps[2], fps[3], ratio(fps[2], fps[3])});
         DestroyWindow(window);
     }
     rendering.Publish(2);

@@ -3,7 +3,8 @@
 // 1920 x 1080 pictures into a window of the picture's size), against the
 // hand-written loop copying the same slice into an NV12 texture of its own
 // (CopySubresourceRegion), drawing it with the library's NV12 shader and
-// presenting. Needs a Direct3D 11 that samples NV12 (stack 2); elsewhere it
+// presenting; and against that loop in the SDK's order of steps (drawn into
+// a texture, copied into the back buffer, empty Direct2D pass). Needs a Direct3D 11 that samples NV12 (stack 2); elsewhere it
 // says so and measures nothing.
 #include <windows.h>
 
@@ -26,7 +27,7 @@ bool FillPool(testkit::DecoderPool& pool, int w, int h)
     return pool.Ok() && pool.Write(kSlice, picture);
 }
 
-double SdkFps(QuillonSdkApi& sdk, HWND window, int w, int h)
+double SdkFps(QuillonSdkApi& sdk, HWND window, int w, int h, DWORD runMs)
 {
     QuillonRenderHandle render = bench::OpenRender(sdk, window);
     DrawInfo info;
@@ -42,21 +43,21 @@ double SdkFps(QuillonSdkApi& sdk, HWND window, int w, int h)
             frame.height = h;
             frame.texture = pool.Texture();
             frame.arraySlice = kSlice;
-            fps = bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); });
+            fps = bench::FramesPerSecond([&] { sdk.QuillonRenderShowFrame(render, &frame, sizeof(frame)); }, runMs);
         }
     }
     sdk.QuillonRenderRelease(render);
     return fps;
 }
 
-double BaselineFps(HWND window, int w, int h)
+double BaselineFps(HWND window, int w, int h, bool sdkSteps, DWORD runMs)
 {
     bench::BaselineLoop loop(window, w, h);
-    if (!loop.Ok()) return 0.0;
+    if (!loop.Ok() || (sdkSteps && !loop.UseSdkSteps())) return 0.0;
     testkit::DecoderPool pool(loop.Device(), w, h);
     if (!FillPool(pool, w, h) || !loop.UseNv12Slice(pool.Texture(), kSlice)) return 0.0;
     testkit::PumpMessages();
-    return bench::FramesPerSecond([&] { loop.Frame(); });
+    return bench::FramesPerSecond([&] { loop.Frame(); }, runMs);
 }
 
 }  // namespace
@@ -78,14 +79,20 @@ int main()
         fprintf(stderr, "cannot load QuillonSDK.dll\n");
         return 1;
     }
-    bench::Table table("texture_path", "picture", {"SDK fps", "baseline fps", "ratio"});
+    bench::Table table("texture_path", "picture",
+                       {"SDK fps", "baseline fps", "ratio", "SDK-steps loop fps", "ratio to it"});
     const int sizes[2][2] = {{1280, 720}, {1920, 1080}};
     for (const auto& s : sizes) {
         const int w = s[0], h = s[1];
         HWND window = testkit::CreateTestWindow(0, 0, w, h, "quillon bench");
-        const double sdkFps = SdkFps(sdk.api, window, w, h);
-        const double baseline = BaselineFps(window, w, h);
-        table.Row(std::to_string(w) + "x" + std::to_string(h), {sdkFps, baseline, sdkFps / (baseline > 0 ? baseline : 1.0)});
+        const std::vector<double> fps = bench::Interleaved({
+            [&](DWORD ms) { return SdkFps(sdk.api, window, w, h, ms); },
+            [&](DWORD ms) { return BaselineFps(window, w, h, false, ms); },
+            [&](DWORD ms) { return BaselineFps(window, w, h, true, ms); },
+        });
+        auto ratio = [](double a, double b) { return a / (b > 0 ? b : 1.0); };
+        table.Row(std::to_string(w) + "x" + std::to_string(h),
+                  {fps[0], fps[1], ratio(fps[0], fps[1]), fps[2], ratio(fps[0], fps[2])});
         DestroyWindow(window);
     }
     table.Publish(2);

@@ -3,8 +3,10 @@
 // hand-written loop making the same sixteen devices and swap chains and
 // doing the same upload, draw and present in turn; and against one device
 // with sixteen swap chains, the lower bound that one device per render
-// object trades away. Then where the hand-written loop's time goes with
-// one device alive and with sixteen, and the SDK's renderer core's.
+// object trades away; and against the loop taking the SDK's order of steps
+// (picture drawn into a texture, copied into the back buffer, an empty
+// Direct2D pass). Then where the hand-written loop's time goes with one
+// device alive and with sixteen, and the SDK's renderer core's.
 //
 // Never two swap chains on one window at a time (the Vulkan stack cannot
 // destroy such a device): each contender releases its swap chains before
@@ -23,9 +25,9 @@
 namespace {
 
 constexpr int kWindows = 16, kW = 480, kH = 270;
-constexpr DWORD kRunMs = 5000;  // few pictures per second on the slow stack
+constexpr DWORD kRunMs = 9000;  // per contender, in three turns: few pictures per second on stack 1
 
-double SdkFps(QuillonSdkApi& sdk, const std::vector<HWND>& windows, std::vector<uint8_t>& picture)
+double SdkFps(QuillonSdkApi& sdk, const std::vector<HWND>& windows, std::vector<uint8_t>& picture, DWORD runMs)
 {
     std::vector<QuillonRenderHandle> renders;
     for (HWND w : windows) renders.push_back(bench::OpenRender(sdk, w));
@@ -36,7 +38,7 @@ double SdkFps(QuillonSdkApi& sdk, const std::vector<HWND>& windows, std::vector<
             sdk.QuillonRenderShowFrame(renders[next], &frame, sizeof(frame));
             next = (next + 1) % renders.size();
         },
-        kRunMs);
+        runMs);
     for (QuillonRenderHandle r : renders) sdk.QuillonRenderRelease(r);
     return fps;
 }
@@ -44,22 +46,23 @@ double SdkFps(QuillonSdkApi& sdk, const std::vector<HWND>& windows, std::vector<
 // The hand-written loop on every window, with a device per window or one
 // device for all; `times` gathers its steps.
 double LoopFps(const std::vector<HWND>& windows, const xop::FrameImage& image, bool oneDevice,
-               bench::StepTimes* times)
+               bench::StepTimes* times, DWORD runMs, bool sdkSteps = false)
 {
     std::vector<std::unique_ptr<bench::BaselineLoop>> loops;
     for (HWND w : windows) {
         ID3D11Device* shared = oneDevice && !loops.empty() ? loops.front()->Device() : nullptr;
         loops.emplace_back(new bench::BaselineLoop(w, kW, kH, shared));
-        if (!loops.back()->Ok()) return 0.0;
+        if (!loops.back()->Ok() || (sdkSteps && !loops.back()->UseSdkSteps())) return 0.0;
         loops.back()->UseI420(image);
     }
+    testkit::PumpMessages();
     size_t next = 0;
     return bench::FramesPerSecond(
         [&] {
             loops[next]->Frame(times);
             next = (next + 1) % loops.size();
         },
-        kRunMs);
+        runMs);
 }
 
 // The renderer core's frame steps as the SDK's CPU-data path runs them,
@@ -73,7 +76,7 @@ struct CoreTimes {
     int frames = 0;
 };
 
-double CoreFps(const std::vector<HWND>& windows, const xop::FrameImage& image, CoreTimes* t)
+double CoreFps(const std::vector<HWND>& windows, const xop::FrameImage& image, CoreTimes* t, DWORD runMs)
 {
     std::vector<std::unique_ptr<StepRenderer>> renderers;
     for (HWND w : windows) {
@@ -108,7 +111,7 @@ double CoreFps(const std::vector<HWND>& windows, const xop::FrameImage& image, C
             t->present += t4 - t3;
             ++t->frames;
         },
-        kRunMs);
+        runMs);
 }
 
 std::vector<double> CoreRow(const CoreTimes& t)
@@ -120,7 +123,7 @@ std::vector<double> CoreRow(const CoreTimes& t)
 std::vector<double> StepRow(const bench::StepTimes& t)
 {
     const double n = t.frames > 0 ? t.frames / 1000.0 : 1.0;  // ms per frame
-    return {t.upload / n, t.draw / n, t.present / n, (t.upload + t.draw + t.present) / n};
+    return {t.upload / n, t.draw / n, t.overlay / n, t.present / n, (t.upload + t.draw + t.overlay + t.present) / n};
 }
 
 }  // namespace
@@ -139,29 +142,40 @@ int main()
     const xop::FrameImage image = bench::I420Image(picture, kW, kH);
     const std::vector<HWND> first(windows.begin(), windows.begin() + 1);
 
-    const double sdkOne = SdkFps(sdk.api, first, picture);
-    bench::StepTimes oneSteps, allSteps, sharedSteps;
-    const double loopOne = LoopFps(first, image, false, &oneSteps);
-    const double sdkAll = SdkFps(sdk.api, windows, picture);
-    const double loopAll = LoopFps(windows, image, false, &allSteps);
-    const double loopShared = LoopFps(windows, image, true, &sharedSteps);
+    bench::StepTimes oneSteps, allSteps, sharedSteps, sdkOrderSteps;
+    const std::vector<double> one = bench::Interleaved(
+        {
+            [&](DWORD ms) { return SdkFps(sdk.api, first, picture, ms); },
+            [&](DWORD ms) { return LoopFps(first, image, false, &oneSteps, ms); },
+        },
+        3, kRunMs);
+    const std::vector<double> all = bench::Interleaved(
+        {
+            [&](DWORD ms) { return SdkFps(sdk.api, windows, picture, ms); },
+            [&](DWORD ms) { return LoopFps(windows, image, false, &allSteps, ms); },
+            [&](DWORD ms) { return LoopFps(windows, image, true, &sharedSteps, ms); },
+            [&](DWORD ms) { return LoopFps(windows, image, false, &sdkOrderSteps, ms, true); },
+        },
+        3, kRunMs);
     CoreTimes coreOne, coreAll;
-    CoreFps(first, image, &coreOne);
-    CoreFps(windows, image, &coreAll);
+    CoreFps(first, image, &coreOne, kRunMs / 3);
+    CoreFps(windows, image, &coreAll, kRunMs / 3);
     for (HWND w : windows) DestroyWindow(w);
 
     auto ratio = [](double a, double b) { return a / (b > 0 ? b : 1.0); };
     bench::Table many("many_windows", "feeding", {"SDK fps", "baseline fps", "ratio"});
-    many.Row("1 window alone", {sdkOne, loopOne, ratio(sdkOne, loopOne)});
-    many.Row("16 windows, 16 devices", {sdkAll, loopAll, ratio(sdkAll, loopAll)});
-    many.Row("16 windows, 1 device", {sdkAll, loopShared, ratio(sdkAll, loopShared)});
+    many.Row("1 window alone", {one[0], one[1], ratio(one[0], one[1])});
+    many.Row("16 windows, 16 devices", {all[0], all[1], ratio(all[0], all[1])});
+    many.Row("16 windows, 1 device", {all[0], all[2], ratio(all[0], all[2])});
+    many.Row("16 windows, SDK's steps", {all[0], all[3], ratio(all[0], all[3])});
     many.Publish(2);
 
     bench::Table steps("many_windows_steps", "hand-written loop",
-                       {"upload ms", "draw ms", "present ms", "frame ms"});
+                       {"upload ms", "draw(+copy) ms", "2D pass ms", "present ms", "frame ms"});
     steps.Row("1 window, 1 device", StepRow(oneSteps));
     steps.Row("16 windows, 16 devices", StepRow(allSteps));
     steps.Row("16 windows, 1 device", StepRow(sharedSteps));
+    steps.Row("16 windows, SDK's steps", StepRow(sdkOrderSteps));
     steps.Publish(3);
 
     bench::Table core("many_windows_sdk_steps", "renderer core",
