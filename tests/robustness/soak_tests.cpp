@@ -34,25 +34,7 @@ constexpr long long kAllowedGrowth = 256 << 10;
 constexpr long long kAllowedPerCycle = 2 << 10;
 constexpr int kW = 64, kH = 48;
 
-SRWLOCK g_lifetimes = SRWLOCK_INIT;  // exclusive: create and release; shared: every other call
-
-template <class F>
-auto Exclusive(F f)
-{
-    AcquireSRWLockExclusive(&g_lifetimes);
-    auto r = f();
-    ReleaseSRWLockExclusive(&g_lifetimes);
-    return r;
-}
-
-template <class F>
-auto Shared(F f)
-{
-    AcquireSRWLockShared(&g_lifetimes);
-    auto r = f();
-    ReleaseSRWLockShared(&g_lifetimes);
-    return r;
-}
+SdkCallLock g_calls;  // exclusive: create and release; shared: every other call
 
 std::atomic<int> g_failures{0};
 
@@ -64,27 +46,27 @@ void Check(bool ok, const char* what)
 // One cycle of each life.
 void Cycle(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture)
 {
-    QuillonRenderHandle render = Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
+    QuillonRenderHandle render = g_calls.Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
     RenderInitParam init;
     memset(&init, 0, sizeof(init));
     init.hWnd = window;
-    Check(Shared([&] { return sdk.QuillonRenderInitDevice(render, &init, sizeof(init)); }) == 0 && init.device,
+    Check(g_calls.Shared([&] { return sdk.QuillonRenderInitDevice(render, &init, sizeof(init)); }) == 0 && init.device,
           "QuillonRenderInitDevice");
 
     for (int i = 0; i < kDecoderLives; ++i) {
-        QuillonDecoderHandle decoder = Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
-        Check(Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); }) == 0,
+        QuillonDecoderHandle decoder = g_calls.Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
+        Check(g_calls.Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); }) == 0,
               "QuillonDecoderInitial");
         DecodeRecords records(32);
-        Check(Shared([&] { return records.Decode(sdk, decoder); }) == 0, "QuillonDecoderDecodeOneFrame");
-        Check(Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); }) == 0, "QuillonDecoderRelease");
+        Check(g_calls.Shared([&] { return records.Decode(sdk, decoder); }) == 0, "QuillonDecoderDecodeOneFrame");
+        Check(g_calls.Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); }) == 0, "QuillonDecoderRelease");
     }
 
     ShowFrameData show = CpuFrame(picture, kW, kH);
     for (int i = 0; i < 5; ++i)
-        Check(Shared([&] { return sdk.QuillonRenderShowFrame(render, &show, sizeof(show)); }) == 0,
+        Check(g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(render, &show, sizeof(show)); }) == 0,
               "QuillonRenderShowFrame");
-    Check(Exclusive([&] { return sdk.QuillonRenderRelease(render); }) == 1, "QuillonRenderRelease");
+    Check(g_calls.Exclusive([&] { return sdk.QuillonRenderRelease(render); }) == 1, "QuillonRenderRelease");
     testkit::PumpMessages();
 }
 
