@@ -5,7 +5,7 @@
 // with sixteen swap chains, the lower bound that one device per render
 // object trades away; and against the loop taking the SDK's order of steps
 // (picture drawn into a texture, copied into the back buffer, an empty
-// Direct2D pass). Then where the hand-written loop's time goes with one
+// Direct2D pass, multithread-protected device). Then where the hand-written loop's time goes with one
 // device alive and with sixteen, and the SDK's renderer core's.
 //
 // Never two swap chains on one window at a time (the Vulkan stack cannot
