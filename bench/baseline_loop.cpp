@@ -1,5 +1,7 @@
 #include "bench/baseline_loop.h"
 
+#include <d3d10.h>
+
 #include "bench/bench_common.h"
 #include "xop/D3D11RenderTexture.h"
 #include "xop/D3D11Renderer.h"
@@ -141,6 +143,8 @@ bool BaselineLoop::UseSdkSteps()
 {
     const D3D11_TEXTURE2D_DESC td = xop::TextureDesc(m_w, m_h, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_DEFAULT,
                                                      D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE, 0);
+    ComPtr<ID3D10Multithread> protection;  // the SDK's devices are multithread-protected
+    if (SUCCEEDED(m_device.As(&protection))) protection->SetMultithreadProtected(TRUE);
     return SUCCEEDED(m_device->CreateTexture2D(&td, nullptr, &m_output)) &&
            SUCCEEDED(m_device->CreateRenderTargetView(m_output.Get(), nullptr, &m_outputRtv)) && Make2DTarget();
 }

@@ -52,7 +52,8 @@ public:
     bool AddOverlays(const OverlayScene& scene);
     // Takes the SDK's order of steps: the picture drawn into a texture of
     // the back buffer's size, that texture copied into the back buffer, an
-    // empty Direct2D pass.
+    // empty Direct2D pass; and makes the device multithread-protected as
+    // the SDK's are.
     bool UseSdkSteps();
 
     void Frame(StepTimes* times = nullptr);

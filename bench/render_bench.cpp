@@ -6,7 +6,8 @@
 // text) drawn from the SDK's draw callback, against the loop drawing them
 // with Direct2D and DirectWrite on its own back buffer. The plain pictures
 // are also set against the loop taking the SDK's order of steps (picture
-// drawn into a texture, copied into the back buffer, empty Direct2D pass).
+// drawn into a texture, copied into the back buffer, empty Direct2D pass,
+// multithread-protected device).
 #include <windows.h>
 
 #include <cstdio>

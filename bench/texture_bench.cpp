@@ -1,11 +1,12 @@
 // The decoder-texture path: frames per second of QuillonRenderShowFrame of
-// one slice of a decoder-shaped NV12 texture array (1280 x 720 and
-// 1920 x 1080 pictures into a window of the picture's size), against the
-// hand-written loop copying the same slice into an NV12 texture of its own
+// one slice of a decoder-shaped NV12 texture array (1280 x 720 and 1920 x
+// 1080 pictures into a window of the picture's size), against the hand-
+// written loop copying the same slice into an NV12 texture of its own
 // (CopySubresourceRegion), drawing it with the library's NV12 shader and
 // presenting; and against that loop in the SDK's order of steps (drawn into
-// a texture, copied into the back buffer, empty Direct2D pass). Needs a Direct3D 11 that samples NV12 (stack 2); elsewhere it
-// says so and measures nothing.
+// a texture, copied into the back buffer, empty Direct2D pass, multithread-
+// protected device). Needs a Direct3D 11 that samples NV12 (stack 2);
+// elsewhere it says so and measures nothing.
 #include <windows.h>
 
 #include <cstdio>

@@ -1,16 +1,17 @@
 // Sixteen windows of 480 x 270 in a 4 x 4 grid, fed in turn with I420
-// pictures (CPU-data path): sixteen SDK render objects against the
-// hand-written loop making the same sixteen devices and swap chains and
-// doing the same upload, draw and present in turn; and against one device
-// with sixteen swap chains, the lower bound that one device per render
-// object trades away; and against the loop taking the SDK's order of steps
-// (picture drawn into a texture, copied into the back buffer, an empty
-// Direct2D pass). Then where the hand-written loop's time goes with one
-// device alive and with sixteen, and the SDK's renderer core's.
+// pictures (CPU-data path): sixteen SDK render objects against the hand-
+// written loop making the same sixteen devices and swap chains and doing the
+// same upload, draw and present in turn; and against one device with sixteen
+// swap chains, the lower bound that one device per render object trades
+// away; and against the loop taking the SDK's order of steps (picture drawn
+// into a texture, copied into the back buffer, an empty Direct2D pass,
+// multithread-protected device). Then where the hand-written loop's time
+// goes with one device alive and with sixteen, and the SDK's renderer
+// core's.
 //
 // Never two swap chains on one window at a time (the Vulkan stack cannot
-// destroy such a device): each contender releases its swap chains before
-// the next one makes its own.
+// destroy such a device): each contender releases its swap chains before the
+// next one makes its own.
 #include <windows.h>
 
 #include <cstdio>
