@@ -18,6 +18,7 @@
 #include "player/Nv12Pool.h"
 #include "player/Pacer.h"
 #include "player/PlayerOverlay.h"
+#include "player/HostCalls.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "player/Screenshot.h"
@@ -115,15 +116,6 @@ HWND CreatePlayerWindow(int w, int h, const std::string& title)
         UpdateWindow(wnd);
     }
     return wnd;
-}
-
-void PumpMessages()
-{
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) {
-        TranslateMessage(&msg);
-        DispatchMessageA(&msg);
-    }
 }
 
 bool PumpWhilePacing(void*)

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "player/HostCalls.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "player/Screenshot.h"
@@ -143,15 +144,6 @@ HWND CreateWall(int w, int h, int tiles)
     ShowWindow(wall, SW_SHOW);
     UpdateWindow(wall);
     return wall;
-}
-
-void PumpMessages()
-{
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) {
-        TranslateMessage(&msg);
-        DispatchMessageA(&msg);
-    }
 }
 
 // Pumps the window's messages for `ms` milliseconds (tile threads may wait

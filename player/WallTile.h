@@ -17,36 +17,10 @@
 #include <string>
 #include <vector>
 
+#include "player/HostCalls.h"
 #include "player/Nv12Pool.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
-
-// The SDK's handle managers keep their sets without a lock, so the wall
-// holds one around every SDK call: exclusive to create, initialise and
-// release objects, shared for everything else (showing, configuring and
-// decoding run concurrently on the tile threads).
-class SdkCallLock {
-public:
-    template <class F>
-    auto Exclusive(F f)
-    {
-        AcquireSRWLockExclusive(&m_lock);
-        auto r = f();
-        ReleaseSRWLockExclusive(&m_lock);
-        return r;
-    }
-    template <class F>
-    auto Shared(F f)
-    {
-        AcquireSRWLockShared(&m_lock);
-        auto r = f();
-        ReleaseSRWLockShared(&m_lock);
-        return r;
-    }
-
-private:
-    SRWLOCK m_lock = SRWLOCK_INIT;
-};
 
 // What every tile shares: the SDK, its lock, and the wall's clock.
 struct WallShared {

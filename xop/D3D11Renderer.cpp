@@ -75,6 +75,24 @@ void D3D11Renderer::ResetBanks() {
     for (auto& t : m_outputTextures) t.reset();
 }
 
+// The Direct2D target and the render target view hold the back buffer, and
+// every render texture of both banks a reference to the swap chain it was
+// made for: all of them go before a new swap chain is made, so that the old
+// one is gone by then (two swap chains on one window are more than some
+// presentation engines take). The picture geometry is forgotten, so the next
+// frame makes its input textures again.
+void D3D11Renderer::ReleaseSwapChainHolders() {
+    m_d2dRenderTarget.Reset();
+    if (m_context) m_context->OMSetRenderTargets(0, nullptr, nullptr);
+    SafeRelease(m_sharpenParams);
+    SafeRelease(m_renderTargetView);
+    SafeRelease(m_pointSampler);
+    SafeRelease(m_linearSampler);
+    m_frameFormat = m_frameWidth = m_frameHeight = 0;
+    m_currentOutput = nullptr;
+    ResetBanks();
+}
+
 void D3D11Renderer::ReleaseDevice() {
     SafeRelease(m_swapChain);
     SafeRelease(m_context);
@@ -98,6 +116,7 @@ bool D3D11Renderer::Init(HWND window) {
 bool D3D11Renderer::SetWnd(HWND window) {
     Lock lock(m_mutex);
     m_hWnd = window;
+    ReleaseSwapChainHolders();
     if (!CreateSwapChain()) {
         DebugPrint("[%s:%d] CreateSwapChain() failed\n \n", kSetWnd, 66);
         return false;
@@ -340,16 +359,7 @@ bool D3D11Renderer::Resize() {
     RECT client = {};
     if (!m_swapChain || !GetClientRect(m_hWnd, &client)) return false;
     if (client.right - client.left == 0 && client.bottom - client.top == 0) return false;
-    m_d2dRenderTarget.Reset();
-    if (m_context) m_context->OMSetRenderTargets(0, nullptr, nullptr);
-    SafeRelease(m_sharpenParams);
-    SafeRelease(m_renderTargetView);
-    SafeRelease(m_pointSampler);
-    SafeRelease(m_linearSampler);
-    m_frameFormat = m_frameWidth = m_frameHeight = 0;
-    m_currentOutput = nullptr;
-    ResetBanks();
-    SetWnd(m_hWnd);
+    SetWnd(m_hWnd);  // releases what holds the old swap chain, then rebuilds
     return true;
 }
 

@@ -120,6 +120,7 @@ private:
     bool CreateDevice(UINT flags, const char* func, int deviceLine, int factoryLine, IDXGIFactory1** factory);
     bool CreateSwapChainOn(IDXGIFactory1* factory, const RECT& client, HRESULT* result);
     void ReleaseDevice();
+    void ReleaseSwapChainHolders();
     void ResetBanks();
 };
 

@@ -274,6 +274,22 @@ TEST_F(Render, MinimisedWindowShowsNothingAndSetWndMovesToAnotherWindow)
     EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, &f, sizeof(f)), 0);
     EXPECT_EQ(g_calls, 1);
     ShowsYuv(other, 48, 32, 41, 240, 110);
+
+    // Onto the window it already shows on: the old swap chain and all that
+    // holds it go before the new one is made, and pictures go on (a new swap
+    // chain may drop its first presents, so show until it is there).
+    EXPECT_EQ(g_sdk.QuillonRenderSetWnd(h, other), 0);
+    std::vector<unsigned char> second = SolidI420(32, 32, 180, 60, 200);
+    ShowFrameData g = CpuFrame(second, 32, 32);
+    int rgb[3];
+    Bt601(180, 60, 200, rgb);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, &g, sizeof(g)), 0);
+        const COLORREF c = testkit::WaitForClientPixel(
+            other, 48, 32, [&](COLORREF p) { return testkit::Near(p, rgb[0], rgb[1], rgb[2], 6); }, 150);
+        if (testkit::Near(c, rgb[0], rgb[1], rgb[2], 6)) break;
+    }
+    ShowsYuv(other, 48, 32, 180, 60, 200);
     EXPECT_EQ(g_sdk.QuillonRenderSetWnd(h, reinterpret_cast<HWND>(0x4321)), -1);
 }
 

@@ -37,25 +37,7 @@ constexpr int kTolerance = 24;
 // run short there. Stack 2 runs a full wall of sixteen.
 int ThreadCount() { return testkit::OnNv12Stack() ? 16 : 4; }
 
-SRWLOCK g_lifetimes = SRWLOCK_INIT;  // exclusive: create and release; shared: every other call
-
-template <class F>
-auto Exclusive(F f)
-{
-    AcquireSRWLockExclusive(&g_lifetimes);
-    auto r = f();
-    ReleaseSRWLockExclusive(&g_lifetimes);
-    return r;
-}
-
-template <class F>
-auto Shared(F f)
-{
-    AcquireSRWLockShared(&g_lifetimes);
-    auto r = f();
-    ReleaseSRWLockShared(&g_lifetimes);
-    return r;
-}
+SdkCallLock g_calls;  // exclusive: create and release; shared: every other call
 
 // Results the interface does not allow, reported once each kind.
 std::mutex g_faultsLock;
@@ -153,7 +135,7 @@ std::atomic<bool> g_checked{false};  // the screen has been read
 void SetCallback(Tile& t, QuillonDrawCallBack callback)
 {
     DrawCallBackParam cb = {callback, &t};
-    const int r = Shared([&] { return t.sdk->QuillonRenderConfig(t.render, QUILLON_CMD_SET_DRAW_CALLBACK, &cb, sizeof(cb)); });
+    const int r = g_calls.Shared([&] { return t.sdk->QuillonRenderConfig(t.render, QUILLON_CMD_SET_DRAW_CALLBACK, &cb, sizeof(cb)); });
     Expect(r == 0, t.index, "Config 1", r);
 }
 
@@ -169,16 +151,16 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
     t.threadId = GetCurrentThreadId();
     t.window = testkit::CreateTestWindow(t.index % 4 * kTileW, t.index / 4 * kTileH, kTileW, kTileH, "concurrency");
     t.spare = testkit::CreateTestWindow(t.index * 50, 4 * kTileH + 20, 48, 36, "concurrency spare");
-    t.render = Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
-    QuillonDecoderHandle decoder = Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
+    t.render = g_calls.Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
+    QuillonDecoderHandle decoder = g_calls.Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
     Expect(t.render && decoder, t.index, "create", 0);
 
     RenderInitParam init;
     memset(&init, 0, sizeof(init));
     init.hWnd = t.window;
-    int r = Shared([&] { return sdk.QuillonRenderInitDevice(t.render, &init, sizeof(init)); });
+    int r = g_calls.Shared([&] { return sdk.QuillonRenderInitDevice(t.render, &init, sizeof(init)); });
     Expect(r == 0 && init.device, t.index, "QuillonRenderInitDevice", r);
-    r = Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); });
+    r = g_calls.Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); });
     Expect(r == 0, t.index, "QuillonDecoderInitial", r);
     SetCallback(t, DrawTileOverlay);
 
@@ -208,19 +190,19 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
     DecodeRecords records(32);
     for (int i = 0; GetTickCount() < deadline || i < 8; ++i) {
         ShowFrameData frame = frameOf(i % 2, i % 4 >= 2);
-        r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
+        r = g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
         Expect(r == 0, t.index, "QuillonRenderShowFrame", r);
         ++g_pictures;
         ++t.pictures;
-        r = Shared([&] { return records.Decode(sdk, decoder); });
+        r = g_calls.Shared([&] { return records.Decode(sdk, decoder); });
         Expect(r == 0, t.index, "QuillonDecoderDecodeOneFrame", r);
         switch (i % 8) {
             case 1: {
                 EZoomArea zoom = {0.25 * (i % 3), 0.0, 1.0, 1.0};
-                r = Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_EZOOM_AREA, &zoom, sizeof(zoom)); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_EZOOM_AREA, &zoom, sizeof(zoom)); });
                 Expect(r == 0, t.index, "Config 5", r);
                 DstRect dst = {i % 16 == 1 ? 0 : 10, 0, i % 16 == 1 ? 0 : kTileW / 2, i % 16 == 1 ? 0 : kTileH / 2};
-                r = Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_SET_DST_RECT, &dst, sizeof(dst)); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_SET_DST_RECT, &dst, sizeof(dst)); });
                 Expect(r == 0, t.index, "Config 6", r);
                 break;
             }
@@ -230,7 +212,7 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
             case 3: {
                 DrawInfo info;
                 memset(&info, 0, sizeof(info));
-                r = Shared([&] { return sdk.QuillonRenderGetDrawInfo(t.render, &info, sizeof(info)); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderGetDrawInfo(t.render, &info, sizeof(info)); });
                 Expect(r == 0 && info.device == init.device, t.index, "QuillonRenderGetDrawInfo", r);
                 break;
             }
@@ -240,7 +222,7 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
             case 5:
                 ShowWindow(t.window, SW_MINIMIZE);
                 testkit::PumpMessages();
-                r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
                 Expect(r == 0, t.index, "QuillonRenderShowFrame (minimised)", r);
                 ShowWindow(t.window, SW_RESTORE);
                 testkit::PumpMessages();
@@ -251,11 +233,11 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
                 // window it is on: the old swap chain lives on until the new
                 // one's render targets replace it, and the Vulkan stack
                 // cannot have two swap chains on one window.)
-                r = Shared([&] { return sdk.QuillonRenderSetWnd(t.render, t.spare); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderSetWnd(t.render, t.spare); });
                 Expect(r == 0, t.index, "QuillonRenderSetWnd", r);
-                r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &frame, sizeof(frame)); });
                 Expect(r == 0, t.index, "QuillonRenderShowFrame (spare window)", r);
-                r = Shared([&] { return sdk.QuillonRenderSetWnd(t.render, t.window); });
+                r = g_calls.Shared([&] { return sdk.QuillonRenderSetWnd(t.render, t.window); });
                 Expect(r == 0, t.index, "QuillonRenderSetWnd", r);
                 break;
         }
@@ -265,15 +247,15 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
     // from the pool on even tiles where there is one.
     Resize(t.window, kTileW, kTileH);
     DstRect whole = {0, 0, 0, 0};
-    r = Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_SET_DST_RECT, &whole, sizeof(whole)); });
+    r = g_calls.Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_SET_DST_RECT, &whole, sizeof(whole)); });
     Expect(r == 0, t.index, "Config 6", r);
     EZoomArea all = {0.0, 0.0, 1.0, 1.0};
-    r = Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_EZOOM_AREA, &all, sizeof(all)); });
+    r = g_calls.Shared([&] { return sdk.QuillonRenderConfig(t.render, QUILLON_CMD_EZOOM_AREA, &all, sizeof(all)); });
     Expect(r == 0, t.index, "Config 5", r);
     SetCallback(t, DrawTileOverlay);
     ShowFrameData last = frameOf(true, t.index % 2 == 0);
     for (int k = 0; k < 2; ++k) {
-        r = Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
+        r = g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
         Expect(r == 0, t.index, "QuillonRenderShowFrame (last)", r);
     }
     ++g_ready;
@@ -283,12 +265,12 @@ void RunTile(Tile& t, DWORD deadline, QuillonSdkApi& sdk)
     for (int k = 0; !g_checked; ++k) {
         testkit::PumpMessages();
         Sleep(50);
-        if (testkit::OnNv12Stack() && k % 4 == 3) Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
+        if (testkit::OnNv12Stack() && k % 4 == 3) g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(t.render, &last, sizeof(last)); });
     }
 
-    r = Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); });
+    r = g_calls.Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); });
     Expect(r == 0, t.index, "QuillonDecoderRelease", r);
-    r = Exclusive([&] { return sdk.QuillonRenderRelease(t.render); });
+    r = g_calls.Exclusive([&] { return sdk.QuillonRenderRelease(t.render); });
     Expect(r == 1, t.index, "QuillonRenderRelease", r);
     DestroyWindow(t.window);
     DestroyWindow(t.spare);

@@ -187,12 +187,6 @@ HWND CreateTestWindow(int x, int y, int w, int h, const char* title)
     return hwnd;
 }
 
-void PumpMessages()
-{
-    MSG msg;
-    while (PeekMessageA(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageA(&msg);
-}
-
 COLORREF ClientPixel(HWND window, int x, int y)
 {
     PumpMessages();

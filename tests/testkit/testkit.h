@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "player/HostCalls.h"  // PumpMessages, SdkCallLock
 #include "testkit/nv12.h"  // decoder-pool pictures, QUILLON_REQUIRE_NV12_SAMPLING
 
 namespace testkit {
@@ -62,12 +63,12 @@ void SetVelmorLevels(int first, int second);
 std::string ReadFile(const std::string& path);
 std::vector<std::string> SplitLines(const std::string& text);
 
-// A plain top-level window with a client area of w x h at screen (x, y),
-// shown and painted black.
 // Handles the thread's pending window messages, so that no late repaint of
 // a test window's background covers a picture presented after it.
-void PumpMessages();
+using ::PumpMessages;
 
+// A plain top-level window with a client area of w x h at screen (x, y),
+// shown and painted black.
 HWND CreateTestWindow(int x, int y, int w, int h, const char* title = "quillon test");
 
 // The pixel at client coordinates of `window`, read from the screen.
