@@ -19,7 +19,7 @@ export QUILLON_BUILD_DIR=$BUILD
 declare -A NAME=([1]="Wine 8" [2]="Wine 10 + DXVK")
 declare -A RUNNER=([1]=with-display.sh [2]=with-stack2.sh)
 declare -A OTHER=([1]=2 [2]=1)
-summary=() status=0
+summary=() status=0 all_passed=0 all_failed=0
 for s in "${STACKS[@]}"; do
   echo "=== stack $s (${NAME[$s]})"
   out=$(mktemp)
@@ -31,10 +31,12 @@ for s in "${STACKS[@]}"; do
   if [[ -n $line ]]; then
     read -r failed total < <(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\1 \2/' <<< "$line")
     result="$((total - failed))/$total passed"
+    all_passed=$((all_passed + total - failed)) all_failed=$((all_failed + failed))
     failures=$(sed -n '/^The following tests FAILED:/,$p' "$out" | grep -oE ' - [^ ]+' | sed 's/ - //' | xargs || true)
     [[ -n $failures ]] && result+=" (failed: $failures)"
   else
     result="no test results (exit code $rc)"
+    all_failed=$((all_failed + 1))
   fi
   rm -f "$out"
   ((rc == 0)) || status=1
@@ -42,4 +44,5 @@ for s in "${STACKS[@]}"; do
 done
 echo
 printf '%s\n' "${summary[@]}"
+echo "total: $all_passed passed, $all_failed failed"
 exit $status
