@@ -19,12 +19,18 @@ export QUILLON_BUILD_DIR=$BUILD
 declare -A NAME=([1]="Wine 8" [2]="Wine 10 + DXVK")
 declare -A RUNNER=([1]=with-display.sh [2]=with-stack2.sh)
 declare -A OTHER=([1]=2 [2]=1)
+# Stack 2's winevulkan now and then asserts inside a Vulkan call while swap
+# chains are made and released in quick succession (vkCreateImageView,
+# vkResetCommandPool; about one run in ten of the window storm), the same
+# with or without the library's latest changes: a test failing there runs
+# once more, and fails only when it fails twice. Stack 1 stays strict.
+declare -A RETRY=([1]="" [2]="--repeat until-pass:2")
 summary=() status=0 all_passed=0 all_failed=0
 for s in "${STACKS[@]}"; do
   echo "=== stack $s (${NAME[$s]})"
   out=$(mktemp)
   rc=0
-  "$ROOT/scripts/${RUNNER[$s]}" ctest --test-dir "$BUILD" --output-on-failure \
+  "$ROOT/scripts/${RUNNER[$s]}" ctest --test-dir "$BUILD" --output-on-failure ${RETRY[$s]} \
     -LE "stack${OTHER[$s]}-only" "$@" 2>&1 | tee "$out" || rc=$?
   # CTest's closing line: "N% tests passed, F tests failed out of T".
   line=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$out" | tail -n1 || true)
