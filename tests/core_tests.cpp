@@ -13,12 +13,12 @@
 #include "common/QuillonCommonFun.h"
 #include "core/core_api.h"
 #include "core/load_lib.h"
-#include "testkit/testkit.h"
+#include "testkit/staged_sdk.h"
 
+using testkit::Calls;
 using testkit::StagedDir;
 using testkit::StderrCapture;
 using testkit::TakeVelmorCalls;
-using Calls = std::vector<std::string>;
 
 namespace {
 
@@ -210,24 +210,14 @@ TEST(LoadBesideModule, OverlongFileNameIsCutToTheBuffer)
 
 // --- the binding and the log layer, against the recording module -----------------
 
-class CoreLog : public ::testing::Test {
+class CoreLog : public testkit::RecordingTest {
 protected:
     static void SetUpTestSuite()
     {
-        static StagedDir dir("core_log");
-        dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll");
-        s_sdk = dir.Load("QuillonSDK.dll");
-        ASSERT_NE(s_sdk, nullptr);
+        ASSERT_NE(Stage("core_log", "").module, nullptr);
         ASSERT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
     }
-    void SetUp() override
-    {
-        testkit::SetVelmorLevels(200, 0);
-        TakeVelmorCalls();
-    }
-    static HMODULE s_sdk;
 };
-HMODULE CoreLog::s_sdk = nullptr;
 
 TEST_F(CoreLog, SecondLoadReturnsZeroWithoutLoadingAgain)
 {

@@ -12,53 +12,21 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 }
 
-#include "decoder/ffmpeg_double.h"
-#include "include/QuillonSDK.h"
-#include "testkit/testkit.h"
+#include "fakes/ffmpeg_double.h"
+#include "testkit/staged_sdk.h"
 
-using testkit::StagedDir;
+using testkit::Calls;
+using testkit::ErrorRecord;
 using testkit::TakeVelmorCalls;
-using Calls = std::vector<std::string>;
 
 namespace {
 
-struct Sdk {
-    decltype(&QuillonStartup) Startup;
-    decltype(&QuillonDecoderCreate) Create;
-    decltype(&QuillonDecoderInitial) Initial;
-    decltype(&QuillonDecoderDecodeOneFrame) Decode;
-    decltype(&QuillonDecoderRelease) Release;
-};
-
-Sdk g_sdk;
 FfDoubleScript* S = nullptr;
 FfDoubleResetFn g_reset = nullptr;
-
-template <typename Fn>
-void Bind(Fn& fn, HMODULE module, const char* name)
-{
-    fn = testkit::Export<Fn>(module, name);
-    ASSERT_NE(fn, nullptr) << name;
-}
-
-// One error-log record as the recording module sees it (a message ending in
-// "\n" splits its line).
-Calls ErrorRecord(const std::string& file, const std::string& func, int line, const std::string& message)
-{
-    return testkit::SplitLines("sdk_log_buf_lock\nsdk_log_buf_date\nsdk_log_get_level\nsdk_log_buf_msg(file: " + file +
-                               ", func:" + func + ", line: " + std::to_string(line) + " )\nsdk_err_buf_msg_unlock(" +
-                               message + ")\n");
-}
 
 Calls DecoderError(const std::string& func, int line, const std::string& message)
 {
     return ErrorRecord("decoder/CLS_D3D11vaDecoder.cpp", func, line, message);
-}
-
-Calls operator+(Calls a, const Calls& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
 }
 
 // The recorded calls without the information lines and their gate queries.
@@ -94,20 +62,11 @@ std::vector<unsigned char> Frame(unsigned timestamp, const std::vector<unsigned 
     return buf;
 }
 
-class Decoder : public ::testing::Test {
+class Decoder : public testkit::RecordingTest {
 protected:
     static void SetUpTestSuite()
     {
-        static StagedDir dir("decoder_double");
-        dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll").Add("FfmpegDouble.dll", "ffmpeg-7.dll");
-        HMODULE sdk = dir.Load("QuillonSDK.dll");
-        ASSERT_NE(sdk, nullptr);
-        Bind(g_sdk.Startup, sdk, "QuillonStartup");
-        Bind(g_sdk.Create, sdk, "QuillonDecoderCreate");
-        Bind(g_sdk.Initial, sdk, "QuillonDecoderInitial");
-        Bind(g_sdk.Decode, sdk, "QuillonDecoderDecodeOneFrame");
-        Bind(g_sdk.Release, sdk, "QuillonDecoderRelease");
-        ASSERT_EQ(g_sdk.Startup(), 0);
+        Start("decoder_double", testkit::kFfmpegDouble);
         HMODULE ffmpeg = GetModuleHandleA("ffmpeg-7.dll");
         ASSERT_NE(ffmpeg, nullptr);
         S = testkit::Export<FfDoubleScriptFn>(ffmpeg, "FfDouble_Script")();
@@ -122,8 +81,7 @@ protected:
     void SetUp() override
     {
         g_reset();
-        testkit::SetVelmorLevels(200, 0);
-        TakeVelmorCalls();
+        RecordingTest::SetUp();
         memset(&m_need, 0, sizeof(m_need));
         memset(&m_extern, 0, sizeof(m_extern));
         m_need.iWidth = 1920;
@@ -137,8 +95,8 @@ protected:
     // A fresh decoder, set up on the shared device.
     void* Ready()
     {
-        void* decoder = g_sdk.Create(nullptr, 0);
-        EXPECT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), 0);
+        void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
+        EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), 0);
         TakeVelmorCalls();
         return decoder;
     }
@@ -154,16 +112,16 @@ ID3D11Device* Decoder::s_device = nullptr;
 
 TEST_F(Decoder, InitialRefusesNullRecordsAndUnknownVideoModes)
 {
-    void* decoder = g_sdk.Create(nullptr, 0);
+    void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
     const Calls nullRecord = DecoderError("CLS_D3D11vaDecoder::Initial", 151,
                                           "NULL == _ptCreateNeed || NULL == _ptCreateNeedExtern");
-    EXPECT_EQ(g_sdk.Initial(decoder, nullptr, &m_extern), QUILLON_ERR_NULL_POINTER);
+    EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, nullptr, &m_extern), QUILLON_ERR_NULL_POINTER);
     EXPECT_EQ(TakeVelmorCalls(), nullRecord);
-    EXPECT_EQ(g_sdk.Initial(decoder, &m_need, nullptr), -404);
+    EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, nullptr), -404);
     EXPECT_EQ(TakeVelmorCalls(), nullRecord);
     for (int mode : {20, 24, 0, -1}) {
         m_need.VideoMode = mode;
-        EXPECT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), QUILLON_ERR_VIDEO_MODE);
+        EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), QUILLON_ERR_VIDEO_MODE);
         EXPECT_EQ(TakeVelmorCalls(),
                   DecoderError("CLS_D3D11vaDecoder::Initial", 164, "HW NO Support, type=" + std::to_string(mode) + "."));
     }
@@ -183,10 +141,10 @@ TEST_F(Decoder, VideoModesChooseCodecAndProfile)
     for (const auto& c : cases) {
         g_reset();
         m_need.VideoMode = c.mode;
-        void* decoder = g_sdk.Create(nullptr, 0);
+        void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
         // The device lists only the H.264 profile: the scan never refuses, the
         // configuration count decides.
-        ASSERT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), 0) << c.mode;
+        ASSERT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), 0) << c.mode;
         EXPECT_EQ(S->openCodecId, c.codec);
         EXPECT_EQ(memcmp(S->descGuid, &c.profile, 16), 0);
         EXPECT_EQ(S->descWidth, 1920u);
@@ -199,7 +157,7 @@ TEST_F(Decoder, VideoModesChooseCodecAndProfile)
                          "sdk_log_get_level", "sdk_log_msg([CLS_D3D11vaDecoder]configuration[1] ConfigBitstreamRaw 2 )",
                          "sdk_log_get_level",
                          "sdk_log_msg([CLS_D3D11vaDecoder]CheckIsDeviceSupport Success " + size + c.text + ")"}));
-        EXPECT_EQ(g_sdk.Release(decoder), 0);
+        EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     }
 }
 
@@ -207,8 +165,8 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
 {
     const ULONG before = RefCount(s_device);
     m_need.iWidth = 1918;
-    void* decoder = g_sdk.Create(nullptr, 0);
-    ASSERT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), 0);
+    void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
+    ASSERT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), 0);
     EXPECT_EQ(RefCount(s_device), before + 1);
     EXPECT_EQ(S->deviceInDevice, s_device);
     EXPECT_EQ(S->calls[FF_CALL_DEVICE_CREATE], 0);
@@ -233,7 +191,7 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
     memset(&out, 0, sizeof(out));
     std::vector<unsigned char> frame = Frame(1, {1, 2, 3}, 3);
     S->receiveResults[0] = AVERROR(EAGAIN);
-    ASSERT_EQ(g_sdk.Decode(decoder, frame.data(), static_cast<unsigned>(frame.size()), &out), 0);
+    ASSERT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), static_cast<unsigned>(frame.size()), &out), 0);
     EXPECT_EQ(S->getFormatResult, AV_PIX_FMT_D3D11);
     EXPECT_EQ(S->framesFormat, AV_PIX_FMT_D3D11);
     EXPECT_EQ(S->framesSwFormat, AV_PIX_FMT_NV12);
@@ -245,7 +203,7 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
     EXPECT_EQ(Errors(TakeVelmorCalls()), Calls{});
 
     // Release gives everything back, the device's extra reference included.
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     EXPECT_EQ(S->liveBuffers, 0);
     EXPECT_EQ(S->calls[FF_CALL_CLOSE], 1);
     EXPECT_EQ(S->calls[FF_CALL_FREE_CONTEXT], 1);
@@ -257,8 +215,8 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
 TEST_F(Decoder, EmptySlotMakesADeviceOfItsOwn)
 {
     m_slot = nullptr;
-    void* decoder = g_sdk.Create(nullptr, 0);
-    ASSERT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), 0);
+    void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
+    ASSERT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), 0);
     EXPECT_EQ(S->calls[FF_CALL_DEVICE_CREATE], 1);
     EXPECT_EQ(S->createType, AV_HWDEVICE_TYPE_D3D11VA);
     EXPECT_EQ(S->createName, nullptr);
@@ -268,7 +226,7 @@ TEST_F(Decoder, EmptySlotMakesADeviceOfItsOwn)
     EXPECT_EQ(S->calls[FF_CALL_DEVICE_INIT], 0);
     EXPECT_NE(S->openHwDeviceData, nullptr);
     EXPECT_EQ(S->openOpaque, nullptr);
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     EXPECT_EQ(S->liveBuffers, 0);
 }
 
@@ -309,15 +267,15 @@ TEST_F(Decoder, EveryInitialFailureHasItsRecordAndLeavesNothingBehind)
         g_reset();
         c.script(S);
         m_slot = c.ownDevice ? nullptr : s_device;
-        void* decoder = g_sdk.Create(nullptr, 0);
+        void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
         TakeVelmorCalls();
-        EXPECT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), -1) << c.name;
+        EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), -1) << c.name;
         EXPECT_EQ(Errors(TakeVelmorCalls()), Errors(c.records)) << c.name;
         EXPECT_EQ(S->liveBuffers, 0) << c.name;
         EXPECT_EQ(RefCount(s_device), before) << c.name;
         EXPECT_EQ(S->calls[FF_CALL_FREE_CONTEXT], S->allocContextFails ? 0 : S->calls[FF_CALL_ALLOC_CONTEXT]) << c.name;
         // Released, it still decodes nothing.
-        EXPECT_EQ(g_sdk.Release(decoder), 0);
+        EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     }
 }
 
@@ -327,13 +285,13 @@ TEST_F(Decoder, WithoutAD3D11vaDeviceConfigurationTheContextWaitsForRelease)
     S->hwConfigs[0] = {AV_HWDEVICE_TYPE_DXVA2, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX};
     S->hwConfigs[1] = {AV_HWDEVICE_TYPE_D3D11VA, AV_CODEC_HW_CONFIG_METHOD_HW_FRAMES_CTX};
     S->hwConfigs[2] = {AV_HWDEVICE_TYPE_D3D11VA, AV_CODEC_HW_CONFIG_METHOD_AD_HOC};
-    void* decoder = g_sdk.Create(nullptr, 0);
-    EXPECT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), -1);
+    void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
+    EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), -1);
     EXPECT_EQ(TakeVelmorCalls(), DecoderError("CLS_D3D11vaDecoder::Initial", 198,
                                               "Decoder h264 does not support device type d3d11va.\n"));
     EXPECT_EQ(S->calls[FF_CALL_GET_HW_CONFIG], 4);
     EXPECT_EQ(S->calls[FF_CALL_FREE_CONTEXT], 0);
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     EXPECT_EQ(S->calls[FF_CALL_FREE_CONTEXT], 1);
 
     // A device-context method among others is enough.
@@ -342,8 +300,8 @@ TEST_F(Decoder, WithoutAD3D11vaDeviceConfigurationTheContextWaitsForRelease)
     S->hwConfigs[0] = {AV_HWDEVICE_TYPE_CUDA, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX};
     S->hwConfigs[1] = {AV_HWDEVICE_TYPE_D3D11VA,
                        AV_CODEC_HW_CONFIG_METHOD_HW_FRAMES_CTX | AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX};
-    EXPECT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), 0);
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
 }
 
 TEST_F(Decoder, PixelFormatCallbackFailures)
@@ -367,10 +325,10 @@ TEST_F(Decoder, PixelFormatCallbackFailures)
         memset(&out, 0, sizeof(out));
         std::vector<unsigned char> frame = Frame(1, {9}, 1);
         S->receiveResults[0] = AVERROR(EAGAIN);
-        EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, &out), 0) << c.name;
+        EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 33, &out), 0) << c.name;
         EXPECT_EQ(S->getFormatResult, AV_PIX_FMT_NONE) << c.name;
         EXPECT_EQ(TakeVelmorCalls(), c.records) << c.name;
-        g_sdk.Release(decoder);
+        sdk.QuillonDecoderRelease(decoder);
     }
 }
 
@@ -378,17 +336,17 @@ TEST_F(Decoder, PixelFormatCallbackFailures)
 
 TEST_F(Decoder, RefusesNullInputAndAnUninitialisedDecoder)
 {
-    void* decoder = g_sdk.Create(nullptr, 0);
+    void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
     DecOut out;
     std::vector<unsigned char> frame = Frame(1, {1}, 1);
     const Calls nullInput = DecoderError("CLS_D3D11vaDecoder::DecodeOneFrame", 355,
                                          "NULL == _pucFrameData || NULL == _ptDecOut");
-    EXPECT_EQ(g_sdk.Decode(decoder, nullptr, 33, &out), -404);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, nullptr, 33, &out), -404);
     EXPECT_EQ(TakeVelmorCalls(), nullInput);
-    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, nullptr), -404);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 33, nullptr), -404);
     EXPECT_EQ(TakeVelmorCalls(), nullInput);
 
-    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, &out), -1);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 33, &out), -1);
     EXPECT_EQ(TakeVelmorCalls(), DecoderError("CLS_D3D11vaDecoder::DecodePacket", 306,
                                               "NULL == m_pCodeCtx || NULL == m_pPicture"));
     EXPECT_EQ(S->calls[FF_CALL_SEND], 0);
@@ -410,7 +368,7 @@ TEST_F(Decoder, SendAndReceiveFailures)
 
     for (int sendError : {AVERROR(EINVAL), AVERROR(EAGAIN)}) {
         S->sendResults[0] = sendError;
-        EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 34, &out), -1);
+        EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 34, &out), -1);
         EXPECT_EQ(TakeVelmorCalls(),
                   DecoderError(packet, 312, "Error during decoding:double error " + std::to_string(sendError) + "\n"));
         g_reset();
@@ -418,18 +376,18 @@ TEST_F(Decoder, SendAndReceiveFailures)
     // No picture yet: accepted, nothing written.
     for (int none : {AVERROR(EAGAIN), AVERROR_EOF}) {
         S->receiveResults[0] = none;
-        EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 34, &out), 0);
+        EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 34, &out), 0);
         EXPECT_EQ(memcmp(&out, &outBefore, sizeof(out)), 0);
         EXPECT_EQ(record[0], 0xEE);
         EXPECT_EQ(TakeVelmorCalls(), Calls{});
         g_reset();
     }
     S->receiveResults[0] = AVERROR(EIO);
-    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 34, &out), -1);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 34, &out), -1);
     EXPECT_EQ(TakeVelmorCalls(), DecoderError(packet, 324, "Error while decoding\n"));
     EXPECT_EQ(memcmp(&out, &outBefore, sizeof(out)), 0);
     EXPECT_EQ(S->calls[FF_CALL_PACKET_UNREF], 1);
-    g_sdk.Release(decoder);
+    sdk.QuillonDecoderRelease(decoder);
 }
 
 TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
@@ -446,7 +404,7 @@ TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
         memset(record, 0xEE, sizeof(record));
         out.surfaceRecord = record;
         std::vector<unsigned char> frame = Frame(4294967295u, {0, 0, 0, 1, 0x67}, 5);
-        ASSERT_EQ(g_sdk.Decode(decoder, frame.data(), 0, &out), 0) << size;
+        ASSERT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 0, &out), 0) << size;
 
         unsigned char expected[200];
         memset(expected, 0xEE, sizeof(expected));
@@ -478,9 +436,9 @@ TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
     memset(&out, 0, sizeof(out));
     out.surfaceRecordSize = 8;
     std::vector<unsigned char> frame = Frame(9, {1}, 1);
-    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, &out), -1);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 33, &out), -1);
     EXPECT_EQ(TakeVelmorCalls(), DecoderError("CLS_D3D11vaDecoder::DecodePacket", 340, "NULL == _ptDecOut->surfaceRecord"));
-    g_sdk.Release(decoder);
+    sdk.QuillonDecoderRelease(decoder);
 }
 
 TEST_F(Decoder, PacketComesFromTheHeaderNotTheLengthArgument)
@@ -490,14 +448,14 @@ TEST_F(Decoder, PacketComesFromTheHeaderNotTheLengthArgument)
     memset(&out, 0, sizeof(out));
     std::vector<unsigned char> frame = Frame(0x80000001u, {0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6}, 4);
     S->receiveResults[0] = AVERROR(EAGAIN);
-    ASSERT_EQ(g_sdk.Decode(decoder, frame.data(), 1000, &out), 0);
+    ASSERT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 1000, &out), 0);
     EXPECT_EQ(S->packetSize, 4);
     EXPECT_EQ(memcmp(S->packetBytes, "\xA1\xA2\xA3\xA4", 4), 0);
     EXPECT_EQ(S->packetDts, 0x80000001ll);  // widened without sign
     EXPECT_EQ(S->packetPts, AV_NOPTS_VALUE);
     EXPECT_EQ(S->calls[FF_CALL_INIT_PACKET], 1);
     EXPECT_EQ(S->calls[FF_CALL_PACKET_UNREF], 1);
-    g_sdk.Release(decoder);
+    sdk.QuillonDecoderRelease(decoder);
 }
 
 // --- handles ------------------------------------------------------------------------
@@ -505,24 +463,24 @@ TEST_F(Decoder, PacketComesFromTheHeaderNotTheLengthArgument)
 TEST_F(Decoder, ReleaseKeepsTheHandleForANewInitial)
 {
     void* decoder = Ready();
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
     DecOut out;
     memset(&out, 0, sizeof(out));
     std::vector<unsigned char> frame = Frame(3, {1}, 1);
-    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, &out), -1);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 33, &out), -1);
     TakeVelmorCalls();
 
     g_reset();
-    ASSERT_EQ(g_sdk.Initial(decoder, &m_need, &m_extern), 0);
+    ASSERT_EQ(sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern), 0);
     out.surfaceRecordSize = 8;
     void* texture = nullptr;
     out.surfaceRecord = &texture;
-    EXPECT_EQ(g_sdk.Decode(decoder, frame.data(), 33, &out), 0);
+    EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 33, &out), 0);
     EXPECT_EQ(texture, S->frameTexture);
     EXPECT_EQ(out.timestamp, 3);
-    EXPECT_EQ(g_sdk.Release(decoder), 0);
+    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
 }
 
 TEST_F(Decoder, UnknownHandlesAreRefused)
@@ -531,14 +489,14 @@ TEST_F(Decoder, UnknownHandlesAreRefused)
     int notADecoder = 0;
     const std::string file = "interface/CLS_DecoderManager.cpp";
     for (void* handle : {static_cast<void*>(nullptr), static_cast<void*>(&notADecoder)}) {
-        EXPECT_EQ(g_sdk.Initial(handle, &m_need, &m_extern), -1);
-        EXPECT_EQ(g_sdk.Decode(handle, nullptr, 0, &out), -1);
-        EXPECT_EQ(g_sdk.Release(handle), -1);
+        EXPECT_EQ(sdk.QuillonDecoderInitial(handle, &m_need, &m_extern), -1);
+        EXPECT_EQ(sdk.QuillonDecoderDecodeOneFrame(handle, nullptr, 0, &out), -1);
+        EXPECT_EQ(sdk.QuillonDecoderRelease(handle), -1);
         EXPECT_EQ(TakeVelmorCalls(), ErrorRecord(file, "CLS_DecoderManager::Initial", 65, "IsHandleValid faild!") +
                                          ErrorRecord(file, "CLS_DecoderManager::DecodeOneFrame", 77, "IsHandleValid faild!") +
                                          ErrorRecord(file, "CLS_DecoderManager::Release", 89, "IsHandleValid faild!"));
     }
-    EXPECT_NE(g_sdk.Create(nullptr, 0), g_sdk.Create(reinterpret_cast<void*>(1), 5));
+    EXPECT_NE(sdk.QuillonDecoderCreate(nullptr, 0), sdk.QuillonDecoderCreate(reinterpret_cast<void*>(1), 5));
     EXPECT_EQ(S->calls[FF_CALL_FIND_DECODER], 0);
 }
 

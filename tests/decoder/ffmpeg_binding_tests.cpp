@@ -14,13 +14,12 @@
 
 #include "CommonCode/Ffmpeg/ffmpeg_api.h"
 #include "core/core_api.h"
-#include "include/QuillonSDK.h"
-#include "testkit/testkit.h"
+#include "testkit/staged_sdk.h"
 
+using testkit::Calls;
 using testkit::StagedDir;
 using testkit::StderrCapture;
 using testkit::TakeVelmorCalls;
-using Calls = std::vector<std::string>;
 
 namespace {
 
@@ -136,27 +135,14 @@ TEST(FfmpegUnbound, WrappersReportAndReturnTheFailureValueOfTheirType)
 
 // --- against the real module ------------------------------------------------------------
 
-class RealFfmpeg : public ::testing::Test {
+class RealFfmpeg : public testkit::RecordingTest {
 protected:
     static void SetUpTestSuite()
     {
-        static StagedDir dir("ffmpeg_real");
-        dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll").Add("ffmpeg-7.dll");
-        s_dir = dir.Path();
-        s_sdk = dir.Load("QuillonSDK.dll");
-        ASSERT_NE(s_sdk, nullptr);
+        ASSERT_TRUE(Stage("ffmpeg_real").bound);
         ASSERT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
     }
-    void SetUp() override
-    {
-        testkit::SetVelmorLevels(200, 0);
-        TakeVelmorCalls();
-    }
-    static HMODULE s_sdk;
-    static std::string s_dir;
 };
-HMODULE RealFfmpeg::s_sdk = nullptr;
-std::string RealFfmpeg::s_dir;
 
 TEST_F(RealFfmpeg, EmptyNameLoadsNothing)
 {
@@ -245,8 +231,8 @@ TEST_F(RealFfmpeg, SwscaleSecondAttemptLoadsWithoutBinding)
     // Staged as the only module: the one-module layout is not loaded yet.
     static StagedDir dir("swscale_retry");
     dir.Add("QuillonSDK.dll").Add("FfTestSwscale.dll", "swscale-8.dll");
-    dir.Write("FfTestDependency.dll", testkit::ReadFile(testkit::BinDir() + "..\\sibling\\FfTestDependency.dll"));
-    FreeLibrary(s_sdk);
+    dir.Add("..\\sibling\\FfTestDependency.dll", "FfTestDependency.dll");
+    Stage("ffmpeg_real").Unload();
     HMODULE sdk = dir.Load("QuillonSDK.dll");
     ASSERT_NE(sdk, nullptr);
     EXPECT_EQ(ff_load_swscale_lib("swscale-8.dll", "QuillonSDK.dll"), 0);
@@ -260,8 +246,8 @@ TEST_F(RealFfmpeg, SwscaleSecondAttemptLoadsWithoutBinding)
     ff_unload_ffmpeg_libs();
     EXPECT_EQ(GetModuleHandleA("swscale-8.dll"), nullptr);
     FreeLibrary(sdk);
-    s_sdk = LoadLibraryA((s_dir + "QuillonSDK.dll").c_str());
-    ASSERT_NE(s_sdk, nullptr);
+    Stage("ffmpeg_real").Load();
+    ASSERT_TRUE(Stage("ffmpeg_real").bound);
 }
 
 TEST_F(RealFfmpeg, OneModuleBindsEveryNameFfmpeg7Exports)
@@ -333,13 +319,8 @@ TEST_F(RealFfmpeg, H264AndHevcOfferD3D11vaThroughADeviceContext)
 
 TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
 {
-    auto startup = testkit::Export<decltype(&QuillonStartup)>(s_sdk, "QuillonStartup");
-    auto create = testkit::Export<decltype(&QuillonDecoderCreate)>(s_sdk, "QuillonDecoderCreate");
-    auto initial = testkit::Export<decltype(&QuillonDecoderInitial)>(s_sdk, "QuillonDecoderInitial");
-    auto release = testkit::Export<decltype(&QuillonDecoderRelease)>(s_sdk, "QuillonDecoderRelease");
-    ASSERT_TRUE(startup && create && initial && release);
-
-    ASSERT_EQ(startup(), 0);
+    QuillonSdkApi& api = Stage("ffmpeg_real").api;
+    ASSERT_EQ(api.QuillonStartup(), 0);
     EXPECT_EQ(TakeVelmorCalls(),
               (Calls{"sdk_log_get_level", "sdk_log_msg(load ffmpeg lib ffmpeg-7.dll success!)", "sdk_log_buf_lock",
                      "sdk_log_buf_date", "sdk_log_get_level",
@@ -359,7 +340,7 @@ TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
     device->AddRef();
     const ULONG before = device->Release();
 
-    void* decoder = create(nullptr, 0);
+    void* decoder = api.QuillonDecoderCreate(nullptr, 0);
     ASSERT_NE(decoder, nullptr);
     CreateNeed need = {};
     need.iWidth = 1920;
@@ -384,7 +365,7 @@ TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
     for (const auto& c : cases) {
         void* slot = c.slot;
         need.deviceSlot = &slot;
-        EXPECT_EQ(initial(decoder, &need, &ext), -1);
+        EXPECT_EQ(api.QuillonDecoderInitial(decoder, &need, &ext), -1);
         const Calls calls = TakeVelmorCalls();
         ASSERT_EQ(calls.size(), 5u * c.records.size());
         for (size_t i = 0; i < c.records.size(); ++i) {
@@ -396,6 +377,6 @@ TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
     }
     device->AddRef();
     EXPECT_EQ(device->Release(), before);
-    EXPECT_EQ(release(decoder), 0);
+    EXPECT_EQ(api.QuillonDecoderRelease(decoder), 0);
     device->Release();
 }
