@@ -1,6 +1,7 @@
 // The recording core-services module (VelmorRecording.dll, staged as
 // "Velmor.dll"): it writes no file but records every call as one line
-// "name" or "name(text)", for tests to read back through
+// "name" or "name(text)" ("name[level](text)" for the calls with a level),
+// for tests to read back through
 // VelmorTest_TakeCalls; VelmorTest_SetLevels sets the two levels the SDK's
 // log gate reads. The record buffer lock is the real module's.
 #include <cstring>
@@ -27,6 +28,11 @@ void Record(const char* name, const char* text = nullptr)
         g_calls += ')';
     }
     g_calls += '\n';
+}
+
+void RecordWithLevel(const char* name, int level, const char* text)
+{
+    Record((std::string(name) + "[" + std::to_string(level) + "]").c_str(), text);
 }
 
 void RecordAndUnlock(const char* name, const char* text)
@@ -66,9 +72,9 @@ VELMOR_API void sdk_err_buf_msg_unlock(const char* text) { RecordAndUnlock("sdk_
 VELMOR_API void sdk_err_buf_quit_unlock(const char* text) { RecordAndUnlock("sdk_err_buf_quit_unlock", text); }
 VELMOR_API void sdk_log_msg(const char* text) { Record("sdk_log_msg", text); }
 VELMOR_API void sdk_log_debug(const char* text) { Record("sdk_log_debug", text); }
-VELMOR_API void log_msg(int, const char* text) { Record("log_msg", text); }
-VELMOR_API void log_err(int, const char* text) { Record("log_err", text); }
-VELMOR_API void log_debug(int, const char* text) { Record("log_debug", text); }
+VELMOR_API void log_msg(int level, const char* text) { RecordWithLevel("log_msg", level, text); }
+VELMOR_API void log_err(int level, const char* text) { RecordWithLevel("log_err", level, text); }
+VELMOR_API void log_debug(int level, const char* text) { RecordWithLevel("log_debug", level, text); }
 
 // Copies the recorded calls (one per line) into buf and forgets them.
 // Returns the length of the text; buf may be null to ask for it.

@@ -9,6 +9,7 @@
 #include "testkit/staged_sdk.h"
 
 using testkit::Calls;
+using testkit::Count;
 using testkit::StderrCapture;
 using testkit::TakeVelmorCalls;
 
@@ -21,16 +22,8 @@ struct OwnSdk : testkit::StagedSdk {
 };
 
 const Calls kAlreadyStarted = {"sdk_log_get_level", "sdk_log_msg([QuillonStartup] already Startup!)"};
-const Calls kFirstStartRecord = {"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-                                 "sdk_log_buf_msg(file: interface/QuillonSDKInterface.cpp, func:QuillonStartup, line: 37 )",
-                                 "sdk_err_buf_msg_unlock([QuillonStartup] already Startup!)"};
-
-size_t Count(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
+const Calls kFirstStartRecord = testkit::ErrorRecord("interface/QuillonSDKInterface.cpp", "QuillonStartup", 37,
+                                                     "[QuillonStartup] already Startup!");
 
 }  // namespace
 
@@ -75,17 +68,11 @@ TEST(Startup, WithoutFfmpegSucceedsCountsAndDecoderSetUpFailsLater)
     void* decoder = sdk.QuillonDecoderCreate(nullptr, 0);
     ASSERT_NE(decoder, nullptr);
     void* slot = nullptr;
-    CreateNeed need = {};
-    need.iWidth = 640;
-    need.iHeight = 480;
-    need.VideoMode = QUILLON_VIDEO_H265;
-    need.deviceSlot = &slot;
+    CreateNeed need = {640, 480, QUILLON_VIDEO_H265, {}, &slot};
     CreateNeedExtern ext = {};
     EXPECT_EQ(sdk.QuillonDecoderInitial(decoder, &need, &ext), -1);
-    calls = TakeVelmorCalls();
-    ASSERT_EQ(calls.size(), 5u);
-    EXPECT_EQ(calls[3], "sdk_log_buf_msg(file: decoder/CLS_D3D11vaDecoder.cpp, func:CLS_D3D11vaDecoder::Initial, line: 172 )");
-    EXPECT_EQ(calls[4], "sdk_err_buf_msg_unlock(decoder not found)");
+    EXPECT_EQ(TakeVelmorCalls(), testkit::ErrorRecord("decoder/CLS_D3D11vaDecoder.cpp", "CLS_D3D11vaDecoder::Initial",
+                                                      172, "decoder not found"));
     const std::string reports = err.Take();
     EXPECT_EQ(Count(reports, ",ff_avcodec_find_decoder"), 1u) << reports;
 

@@ -59,6 +59,8 @@ private:
 
 std::string ReadFile(const std::string& path);
 std::vector<std::string> SplitLines(const std::string& text);
+// How often `what` occurs in `text` (overlaps counted).
+size_t Count(const std::string& text, const std::string& what);
 
 // Handles the thread's pending window messages, so that no late repaint of
 // a test window's background covers a picture presented after it.
