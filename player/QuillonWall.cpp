@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "player/HostCalls.h"
+#include "player/HostSetUp.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "player/Screenshot.h"
@@ -51,21 +52,16 @@ struct Options {
 
 bool ParseOptions(int argc, char** argv, Options& o)
 {
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (a == "--stats") o.stats = true;
-        else if (a == "--software") o.software = true;
-        else if (a == "--popup-tiles") o.popupTiles = true;
-        else if (a == "--tiles" && next) o.tiles = atoi(argv[++i]);
-        else if (a == "--seconds" && next) o.seconds = atof(argv[++i]);
-        else if (a == "--screenshot" && next) o.screenshot = argv[++i];
-        else if (a == "--size" && next) {
-            if (sscanf(argv[++i], "%dx%d", &o.width, &o.height) != 2 || o.width <= 0 || o.height <= 0) return false;
-        } else if (a.size() > 1 && a[0] == '-') return false;
-        else o.files.push_back(a);
+    HostArgs a(argc, argv);
+    while (a.Next() && !a.Bad()) {
+        if (a.Flag("--stats", o.stats) || a.Flag("--software", o.software) || a.Flag("--popup-tiles", o.popupTiles) ||
+            a.Value("--tiles", "%d", &o.tiles) || a.Value("--seconds", "%lf", &o.seconds) ||
+            a.Text("--screenshot", o.screenshot) || a.Size(o.width, o.height))
+            continue;
+        if (a.IsOption()) return false;
+        o.files.push_back(a.Arg());
     }
-    return !o.files.empty() && o.tiles >= 1 && o.tiles <= kMaxTiles && o.seconds >= 0;
+    return !a.Bad() && !o.files.empty() && o.tiles >= 1 && o.tiles <= kMaxTiles && o.seconds >= 0;
 }
 
 // --- the windows ---------------------------------------------------------------
@@ -283,11 +279,7 @@ int RunWall(QuillonSdkApi& sdk, const Options& o)
     // One capture of the whole wall while every tile still shows its last picture.
     if (!o.screenshot.empty()) {
         Wait(400);  // presentation is asynchronous
-        RgbImage image;
-        if (CaptureClient(wall, image) && WriteImage(o.screenshot, image)) {
-            printf("QuillonWall: screenshot %s (%dx%d)\n", o.screenshot.c_str(), image.width, image.height);
-        } else {
-            fprintf(stderr, "QuillonWall: cannot write the screenshot %s\n", o.screenshot.c_str());
+        if (!SaveScreenshot(wall, o.screenshot, "QuillonWall")) {
             result = result ? result : 5;
         }
     }
@@ -315,12 +307,7 @@ int main(int argc, char** argv)
     }
     PlayerSource::SetProgramName("QuillonWall");
     QuillonSdkApi sdk;
-    std::string error;
-    if (!sdk.Load(error)) {
-        fprintf(stderr, "QuillonWall: %s\n", error.c_str());
-        return 3;
-    }
-    if (sdk.QuillonStartup() != 0) fprintf(stderr, "QuillonWall: QuillonStartup failed (Velmor.dll missing?)\n");
+    if (!StartSdk(sdk, "QuillonWall")) return 3;
     const int result = RunWall(sdk, options);
     sdk.QuillonCleanup();
     return result;
