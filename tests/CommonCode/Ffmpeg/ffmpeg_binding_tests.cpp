@@ -13,7 +13,7 @@
 #include <set>
 #include <string>
 
-#include "CommonCode/Ffmpeg/ffmpeg_api.h"
+#include "CommonCode/Ffmpeg/ffmpeg_other_api.h"
 #include "core/core_api.h"
 #include "testkit/staged_sdk.h"
 
