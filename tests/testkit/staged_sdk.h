@@ -64,11 +64,13 @@ public:
 
 protected:
     // QuillonSDK.dll staged under `name` beside the recording Velmor.dll and
-    // `ffmpeg` (see StagedSdk), loaded and bound; once per process: later
-    // calls return the first stage.
+    // `ffmpeg` (see StagedSdk), loaded and bound; once per process (one
+    // library, one start-up counter): later calls return that stage.
     static StagedSdk& Stage(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll")
     {
+        static const std::string first = name + "|" + ffmpeg;
         static StagedSdk* staged = new StagedSdk(name, ffmpeg, kRecordingVelmor);
+        EXPECT_EQ(name + "|" + ffmpeg, first) << "one recording stage per process";
         return *staged;
     }
 
