@@ -183,8 +183,7 @@ TEST_F(Render, OddClientRectResizesOnceAndWindowResizeIsLoggedOnce)
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
     Settle();
-    EXPECT_EQ(Show(h, f), 0);
-    EXPECT_EQ(ShowsYuv(wnd, 80, 60, 81, 90, 240), "");
+    EXPECT_EQ(ShowsYuv(wnd, 80, 60, 81, 90, 240, [&] { Show(h, f); }), "");
     EXPECT_EQ(ShowsYuv(wnd, 160, 120, 81, 90, 240), "");
 
     ResizeClient(wnd, 200, 150);
@@ -193,7 +192,8 @@ TEST_F(Render, OddClientRectResizesOnceAndWindowResizeIsLoggedOnce)
               (Calls{"sdk_log_get_level", "sdk_log_msg(CLS_D3D11vaDraw::ShowFrame Windows Size Changed Recreate Render)"}));
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
-    EXPECT_EQ(ShowsYuv(wnd, 196, 146, 81, 90, 240), "");
+    // The swap chain is new: DXVK may show its picture only after a later present.
+    EXPECT_EQ(ShowsYuv(wnd, 196, 146, 81, 90, 240, [&] { Show(h, f); }), "");
 }
 
 struct Seen {
@@ -238,7 +238,7 @@ TEST_F(Render, MinimisedWindowShowsNothingAndSetWndMovesToAnotherWindow)
     EXPECT_EQ(before, after);
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(g_seen.calls, 1);
-    EXPECT_EQ(ShowsYuv(other, 48, 32, 41, 240, 110), "");
+    EXPECT_EQ(ShowsYuv(other, 48, 32, 41, 240, 110, [&] { Show(h, f); }), "");
 
     // Onto the window it already shows on: the old swap chain and all that
     // holds it go before the new one is made, and pictures go on.
