@@ -9,17 +9,47 @@
 #include "player/HostCalls.h"
 #include "player/QuillonSdkApi.h"
 
-// Loads and binds QuillonSDK.dll beside the program and starts it up; false
-// (with a message beginning with `program`) when it cannot be loaded.
-inline bool StartSdk(QuillonSdkApi& sdk, const char* program)
+// A sample host's main: `parse` reads the options (else the usage and exit
+// code 1); QuillonSDK.dll beside the program is loaded, bound and started
+// up (exit code 3 when it cannot be loaded); `run(sdk, options)` gives the
+// exit code; then the clean-up. Messages begin with `program`.
+template <typename Options, typename Run>
+int HostMain(int argc, char** argv, const char* program, const char* usage,
+             bool (*parse)(int, char**, Options&), Run run)
 {
+    Options options;
+    if (!parse(argc, argv, options)) {
+        fputs(usage, stderr);
+        return 1;
+    }
+    QuillonSdkApi sdk;
     std::string error;
     if (!sdk.Load(error)) {
         fprintf(stderr, "%s: %s\n", program, error.c_str());
-        return false;
+        return 3;
     }
     if (sdk.QuillonStartup() != 0) fprintf(stderr, "%s: QuillonStartup failed (Velmor.dll missing?)\n", program);
-    return true;
+    const int result = run(sdk, options);
+    sdk.QuillonCleanup();
+    return result;
+}
+
+// A top-level window of class `className` (registered here: `proc`, arrow
+// cursor, black background) with a client area of w x h at (x, y).
+inline HWND CreateHostWindow(const char* className, WNDPROC proc, const std::string& title, DWORD style, int x,
+                             int y, int w, int h)
+{
+    WNDCLASSA wc = {};
+    wc.lpfnWndProc = proc;
+    wc.hInstance = GetModuleHandleA(nullptr);
+    wc.hCursor = LoadCursor(nullptr, IDC_ARROW);
+    wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
+    wc.lpszClassName = className;
+    RegisterClassA(&wc);
+    RECT r = {0, 0, w, h};
+    AdjustWindowRect(&r, style, FALSE);
+    return CreateWindowA(className, title.c_str(), style, x, y, r.right - r.left, r.bottom - r.top, nullptr, nullptr,
+                         wc.hInstance, nullptr);
 }
 
 // QuillonRenderCreate and QuillonRenderInitDevice on `window`, each under

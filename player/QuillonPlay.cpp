@@ -89,18 +89,8 @@ LRESULT CALLBACK PlayerWndProc(HWND wnd, UINT msg, WPARAM wp, LPARAM lp)
 
 HWND CreatePlayerWindow(int w, int h, const std::string& title)
 {
-    WNDCLASSA wc = {};
-    wc.lpfnWndProc = PlayerWndProc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.hCursor = LoadCursor(nullptr, IDC_ARROW);
-    wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
-    wc.lpszClassName = "QuillonPlayWindow";
-    RegisterClassA(&wc);
     const DWORD style = WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE;
-    RECT r = {0, 0, w, h};
-    AdjustWindowRect(&r, style, FALSE);
-    HWND wnd = CreateWindowA(wc.lpszClassName, title.c_str(), style, 40, 40, r.right - r.left, r.bottom - r.top,
-                             nullptr, nullptr, wc.hInstance, nullptr);
+    HWND wnd = CreateHostWindow("QuillonPlayWindow", PlayerWndProc, title, style, 40, 40, w, h);
     if (wnd) {
         ShowWindow(wnd, SW_SHOW);
         UpdateWindow(wnd);
@@ -413,9 +403,7 @@ int Player::Run()
     int result = m_failed || m_shown == 0 ? 4 : 0;
     if (!m_options.screenshot.empty()) {
         Wait(400);  // presentation is asynchronous
-        if (!SaveScreenshot(m_window, m_options.screenshot, "QuillonPlay")) {
-            result = result ? result : 5;
-        }
+        if (!SaveScreenshot(m_window, m_options.screenshot, "QuillonPlay")) result = result ? result : 5;
     }
     Wait(m_options.holdMs);
 
@@ -429,18 +417,8 @@ int Player::Run()
 
 int main(int argc, char** argv)
 {
-    Options options;
-    if (!ParseOptions(argc, argv, options)) {
-        fputs(kUsage, stderr);
-        return 1;
-    }
-    QuillonSdkApi sdk;
-    if (!StartSdk(sdk, "QuillonPlay")) return 3;
-    int result;
-    {
+    return HostMain(argc, argv, "QuillonPlay", kUsage, ParseOptions, [](QuillonSdkApi& sdk, const Options& options) {
         Player player(sdk, options);
-        result = player.Run();
-    }
-    sdk.QuillonCleanup();
-    return result;
+        return player.Run();
+    });
 }

@@ -112,23 +112,14 @@ LRESULT CALLBACK TileWndProc(HWND wnd, UINT msg, WPARAM wp, LPARAM lp)
 
 HWND CreateWall(int w, int h, int tiles)
 {
+    HWND wall = CreateHostWindow("QuillonWallWindow", WallWndProc, "QuillonWall", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
+                                 0, 0, w, h);
     WNDCLASSA wc = {};
-    wc.lpfnWndProc = WallWndProc;
+    wc.lpfnWndProc = TileWndProc;
     wc.hInstance = GetModuleHandleA(nullptr);
     wc.hCursor = LoadCursor(nullptr, IDC_ARROW);
-    wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
-    wc.lpszClassName = "QuillonWallWindow";
-    RegisterClassA(&wc);
-    wc.lpfnWndProc = TileWndProc;
-    wc.hbrBackground = nullptr;
     wc.lpszClassName = "QuillonWallTile";
     RegisterClassA(&wc);
-
-    const DWORD style = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
-    RECT r = {0, 0, w, h};
-    AdjustWindowRect(&r, style, FALSE);
-    HWND wall = CreateWindowA("QuillonWallWindow", "QuillonWall", style, 0, 0, r.right - r.left, r.bottom - r.top,
-                              nullptr, nullptr, wc.hInstance, nullptr);
     if (!wall) return nullptr;
     for (int i = 0; i < tiles; ++i) {
         const DWORD tileStyle = (g_popupTiles ? WS_POPUP : WS_CHILD | WS_CLIPSIBLINGS) | WS_VISIBLE;
@@ -279,9 +270,7 @@ int RunWall(QuillonSdkApi& sdk, const Options& o)
     // One capture of the whole wall while every tile still shows its last picture.
     if (!o.screenshot.empty()) {
         Wait(400);  // presentation is asynchronous
-        if (!SaveScreenshot(wall, o.screenshot, "QuillonWall")) {
-            result = result ? result : 5;
-        }
+        if (!SaveScreenshot(wall, o.screenshot, "QuillonWall")) result = result ? result : 5;
     }
     SetEvent(shared.release);
     for (const auto& tile : tiles) {
@@ -300,15 +289,6 @@ int RunWall(QuillonSdkApi& sdk, const Options& o)
 
 int main(int argc, char** argv)
 {
-    Options options;
-    if (!ParseOptions(argc, argv, options)) {
-        fputs(kUsage, stderr);
-        return 1;
-    }
     PlayerSource::SetProgramName("QuillonWall");
-    QuillonSdkApi sdk;
-    if (!StartSdk(sdk, "QuillonWall")) return 3;
-    const int result = RunWall(sdk, options);
-    sdk.QuillonCleanup();
-    return result;
+    return HostMain(argc, argv, "QuillonWall", kUsage, ParseOptions, RunWall);
 }

@@ -6,6 +6,8 @@
 #include <d3d11.h>
 #include <wrl/client.h>
 
+#include <memory>
+
 #include "testkit/nv12.h"
 #include "tests/render/render_fixture.h"
 #include "xop/D3D11RenderTexture.h"
@@ -28,52 +30,60 @@ Rgb Rgb709(Yuv c) { return testkit::Bt709ToRgb(c); }
 
 class TexturePath : public Render {
 protected:
-    // "" when (x, y) of `wnd` shows `want`, `f` shown again until it does.
-    static std::string ShowsAt(QuillonRenderHandle h, const ShowFrameData& f, HWND wnd, int x, int y, Rgb want,
-                               int tolerance = 3)
+    // A render object on a new w x h window at (x, y), and a decoder-shaped
+    // pool for pw x ph pictures on its device.
+    void Scene(int x, int y, int w, int h, int pw, int ph)
     {
-        return ScreenFault(wnd, x, y, want, tolerance, [&] { EXPECT_EQ(Show(h, f), 0); });
+        wnd = NewWindow(x, y, w, h);
+        RenderInitParam init;
+        render = OnWindow(wnd, &init);
+        device = DeviceOf(init);
+        pool.reset(new DecoderPool(device, pw, ph));
     }
+    // "" when (x, y) of `on` shows `want`, `f` shown again until it does.
+    std::string ShowsAt(const ShowFrameData& f, HWND on, int x, int y, Rgb want, int tolerance = 3)
+    {
+        return ScreenFault(on, x, y, want, tolerance, [&] { EXPECT_EQ(Show(render, f), 0); });
+    }
+
+    HWND wnd = nullptr;
+    QuillonRenderHandle render = nullptr;
+    ID3D11Device* device = nullptr;
+    std::unique_ptr<DecoderPool> pool;
 };
 
 }  // namespace
 
 TEST_F(TexturePath, SliceQuadrantsShowInBt709AndPaddingRowsNever)
 {
-    HWND wnd = NewWindow(20, 20, 480, 270);
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(wnd, &init);
-    DecoderPool pool(DeviceOf(init), 1920, 1080);
-    ASSERT_TRUE(pool.Ok());
-    ASSERT_EQ(pool.Height(), 1088);
+    Scene(20, 20, 480, 270, 1920, 1080);
+    ASSERT_TRUE(pool->Ok());
+    ASSERT_EQ(pool->Height(), 1088);
     Nv12Picture picture(1920, 1088, kMagenta);  // rows 1080..1087 stay magenta
     picture.Quadrants(1080, kRed, kGreen, kBlue, kWhite);
-    ASSERT_TRUE(pool.Write(3, picture));
-    ASSERT_TRUE(pool.Write(0, Nv12Picture(1920, 1088, kMagenta)));
-    QUILLON_REQUIRE_NV12_SAMPLING(DeviceOf(init));
+    ASSERT_TRUE(pool->Write(3, picture));
+    ASSERT_TRUE(pool->Write(0, Nv12Picture(1920, 1088, kMagenta)));
+    QUILLON_REQUIRE_NV12_SAMPLING(device);
     // A decoder reporting its padded height (1088, or 1085..1088 rounded up)
     // shows 1080 rows as well.
     for (int height : {1080, 1088, 1086}) {
-        const ShowFrameData f = Slice(pool.Texture(), 3, 1920, height);
-        EXPECT_EQ(ShowsAt(h, f, wnd, 120, 67, Rgb709(kRed)), "") << height;
+        const ShowFrameData f = Slice(pool->Texture(), 3, 1920, height);
+        EXPECT_EQ(ShowsAt(f, wnd, 120, 67, Rgb709(kRed)), "") << height;
         EXPECT_EQ(ScreenFault(wnd, 360, 67, Rgb709(kGreen)), "");
         EXPECT_EQ(ScreenFault(wnd, 120, 202, Rgb709(kBlue)), "");
         EXPECT_EQ(ScreenFault(wnd, 360, 202, Rgb709(kWhite)), "");
         // 4:1 down: the last row samples source rows 1077-1078, where a
         // 1088-row crop would reach the magenta padding.
-        EXPECT_EQ(ShowsAt(h, f, wnd, 120, 269, Rgb709(kBlue)), "");
-        EXPECT_EQ(ShowsAt(h, f, wnd, 360, 269, Rgb709(kWhite)), "");
+        EXPECT_EQ(ShowsAt(f, wnd, 120, 269, Rgb709(kBlue)), "");
+        EXPECT_EQ(ShowsAt(f, wnd, 360, 269, Rgb709(kWhite)), "");
     }
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 }
 
 TEST_F(TexturePath, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
 {
-    HWND wnd = NewWindow(20, 320, 640, 360);
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(wnd, &init);
-    DecoderPool pool(DeviceOf(init), 1280, 720);
-    ASSERT_EQ(pool.Height(), 736);
+    Scene(20, 320, 640, 360, 1280, 720);
+    ASSERT_EQ(pool->Height(), 736);
     // Edges at source column 400 and row 300 between four greys: chroma is
     // the same everywhere, so the luma edges land on exact pixels.
     const Yuv tl = {40, 128, 128}, tr = {90, 128, 128}, bl = {150, 128, 128}, br = {210, 128, 128};
@@ -82,12 +92,12 @@ TEST_F(TexturePath, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
     picture.Fill(400, 0, 880, 300, tr);
     picture.Fill(0, 300, 400, 420, bl);
     picture.Fill(400, 300, 880, 420, br);
-    ASSERT_TRUE(pool.Write(1, picture));
-    const ShowFrameData f = Slice(pool.Texture(), 1, 1280, 720);
-    QUILLON_REQUIRE_NV12_SAMPLING(DeviceOf(init));
+    ASSERT_TRUE(pool->Write(1, picture));
+    const ShowFrameData f = Slice(pool->Texture(), 1, 1280, 720);
+    QUILLON_REQUIRE_NV12_SAMPLING(device);
     // The four quadrants meet at (x, y) of the client area.
     auto edges = [&](int x, int y) {
-        EXPECT_EQ(ShowsAt(h, f, wnd, x - 1, y - 1, Rgb709(tl)), "");
+        EXPECT_EQ(ShowsAt(f, wnd, x - 1, y - 1, Rgb709(tl)), "");
         EXPECT_EQ(ScreenFault(wnd, x, y - 1, Rgb709(tr)), "");
         EXPECT_EQ(ScreenFault(wnd, x - 1, y, Rgb709(bl)), "");
         EXPECT_EQ(ScreenFault(wnd, x, y, Rgb709(br)), "");
@@ -95,21 +105,21 @@ TEST_F(TexturePath, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
 
     // Zoom 0.25..0.75: the box (320,180)-(960,540), 640 x 360, drawn 1:1,
     // so the edges land on client column 80 and row 120 exactly.
-    ASSERT_EQ(Config(h, QUILLON_CMD_EZOOM_AREA, EZoomArea{0.25, 0.25, 0.75, 0.75}), 0);
+    ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, EZoomArea{0.25, 0.25, 0.75, 0.75}), 0);
     edges(80, 120);
     EXPECT_EQ(ScreenFault(wnd, 639, 359, Rgb709(br)), "");
 
     // Into (100,50)-(420,230) at half size: edges at column 140, row 110;
     // black around it.
-    ASSERT_EQ(Config(h, QUILLON_CMD_SET_DST_RECT, DstRect{100, 50, 420, 230}), 0);
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{100, 50, 420, 230}), 0);
     edges(140, 110);
     for (POINT p : {POINT{99, 100}, POINT{420, 100}, POINT{200, 49}, POINT{200, 230}})
         EXPECT_EQ(ScreenFault(wnd, p.x, p.y, kBlack), "");
 
     // A zoom reaching beyond the picture is cut to the texture: the whole
     // 1280 x 736 array, padding included, fills the rectangle.
-    ASSERT_EQ(Config(h, QUILLON_CMD_EZOOM_AREA, EZoomArea{-1.0, -1.0, 2.0, 2.0}), 0);
-    EXPECT_EQ(ShowsAt(h, f, wnd, 418, 228, Rgb709(kMagenta)), "");
+    ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, EZoomArea{-1.0, -1.0, 2.0, 2.0}), 0);
+    EXPECT_EQ(ShowsAt(f, wnd, 418, 228, Rgb709(kMagenta)), "");
     EXPECT_EQ(ScreenFault(wnd, 102, 52, Rgb709(tl)), "");
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 }
@@ -117,33 +127,30 @@ TEST_F(TexturePath, ZoomCropAndDestinationRectangleLandWhereTheArithmeticSays)
 // Also the overlays from the draw callback over a decoder picture.
 TEST_F(TexturePath, DecoderPicturesFollowAResizedWindowAndANewWindowUnderTheOverlays)
 {
-    HWND wnd = NewWindow(680, 200, 320, 180);
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(wnd, &init);
-    DecoderPool pool(DeviceOf(init), 320, 180);
-    ASSERT_TRUE(pool.Write(2, Nv12Picture(320, 192, kGreen)));
-    ASSERT_TRUE(pool.Write(5, Nv12Picture(320, 192, kBlue)));
-    QUILLON_REQUIRE_NV12_SAMPLING(DeviceOf(init));
-    ASSERT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{DrawOverlays, h}), 0);
-    EXPECT_EQ(ShowsAt(h, Slice(pool.Texture(), 5, 320, 180), wnd, 5, 175, Rgb709(kBlue)), "");
+    Scene(680, 200, 320, 180, 320, 180);
+    ASSERT_TRUE(pool->Write(2, Nv12Picture(320, 192, kGreen)));
+    ASSERT_TRUE(pool->Write(5, Nv12Picture(320, 192, kBlue)));
+    QUILLON_REQUIRE_NV12_SAMPLING(device);
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{DrawOverlays, render}), 0);
+    EXPECT_EQ(ShowsAt(Slice(pool->Texture(), 5, 320, 180), wnd, 5, 175, Rgb709(kBlue)), "");
     ExpectOverlays(wnd);
-    ASSERT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{}), 0);
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{}), 0);
 
     // A fixed 160 x 90 destination: a swap chain not rebuilt at the new
     // size would stretch it.
-    const ShowFrameData f = Slice(pool.Texture(), 2, 320, 180);
-    ASSERT_EQ(Config(h, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 160, 90}), 0);
-    EXPECT_EQ(ShowsAt(h, f, wnd, 150, 80, Rgb709(kGreen)), "");
+    const ShowFrameData f = Slice(pool->Texture(), 2, 320, 180);
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 160, 90}), 0);
+    EXPECT_EQ(ShowsAt(f, wnd, 150, 80, Rgb709(kGreen)), "");
     EXPECT_EQ(ScreenFault(wnd, 170, 80, kBlack), "");
     ResizeClient(wnd, 480, 270);
-    EXPECT_EQ(ShowsAt(h, f, wnd, 150, 80, Rgb709(kGreen)), "");
-    EXPECT_EQ(ShowsAt(h, f, wnd, 200, 80, kBlack), "");
+    EXPECT_EQ(ShowsAt(f, wnd, 150, 80, Rgb709(kGreen)), "");
+    EXPECT_EQ(ShowsAt(f, wnd, 200, 80, kBlack), "");
     EXPECT_EQ(ScreenFault(wnd, 470, 260, kBlack), "");
 
     HWND other = NewWindow(680, 500, 240, 135);  // a window of its own
-    ASSERT_EQ(g_sdk.QuillonRenderSetWnd(h, other), 0);
-    EXPECT_EQ(ShowsAt(h, f, other, 150, 80, Rgb709(kGreen)), "");
-    EXPECT_EQ(ShowsAt(h, f, other, 170, 80, kBlack), "");
+    ASSERT_EQ(g_sdk.QuillonRenderSetWnd(render, other), 0);
+    EXPECT_EQ(ShowsAt(f, other, 150, 80, Rgb709(kGreen)), "");
+    EXPECT_EQ(ShowsAt(f, other, 170, 80, kBlack), "");
 }
 
 // Byte-exact read-back of the visible picture from arrays padded to 32
@@ -180,16 +187,15 @@ TEST_F(TexturePath, ReadBackBytesEqualTheSliceAt720pAnd2160p)
 // (read-back: the host's outputs left as sent) and one record, on any stack.
 TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused)
 {
-    HWND wnd = NewWindow(20, 720, 64, 64);
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(wnd, &init);
+    Scene(20, 720, 64, 64, 64, 64);
+    const DecoderPool& ours = *pool;
     ComPtr<ID3D11Device> foreign;
     ASSERT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0,
                                                D3D11_SDK_VERSION, &foreign, nullptr, nullptr));
-    DecoderPool theirs(foreign.Get(), 64, 64), ours(DeviceOf(init), 64, 64);
+    DecoderPool theirs(foreign.Get(), 64, 64);
     ComPtr<ID3D11Texture2D> bgra;
     const D3D11_TEXTURE2D_DESC d = xop::TextureDesc(64, 64, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_DEFAULT, 0);
-    ASSERT_HRESULT_SUCCEEDED(DeviceOf(init)->CreateTexture2D(&d, nullptr, &bgra));
+    ASSERT_HRESULT_SUCCEEDED(device->CreateTexture2D(&d, nullptr, &bgra));
     ASSERT_TRUE(theirs.Ok() && ours.Ok());
 
     const std::string file = "render/CLS_D3D11vaRenderer.cpp", show = "CLS_D3D11vaRenderer::ShowDecodedFrame";
@@ -203,11 +209,11 @@ TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused)
                  {nullptr, 0, nullptr}};  // read-back only: no texture at all
     for (const auto& c : cases) {
         if (c.texture) {
-            EXPECT_EQ(Show(h, Slice(c.texture, c.slice, 64, 64)), -1) << c.message;
+            EXPECT_EQ(Show(render, Slice(c.texture, c.slice, 64, 64)), -1) << c.message;
             EXPECT_EQ(TakeVelmorCalls(), ErrorRecord(file, show, 75, c.message));
         }
         NV12ReadBack rb = {c.texture, c.slice, 64, 64, {}, reinterpret_cast<void*>(0x5678), 9, {}};
-        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &rb, sizeof(rb)), 0);
+        EXPECT_EQ(g_sdk.QuillonRenderConfig(render, QUILLON_CMD_TEXTURE2D_TO_NV12, &rb, sizeof(rb)), 0);
         EXPECT_EQ(rb.data, reinterpret_cast<void*>(0x5678));
         EXPECT_EQ(rb.rowPitch, 9u);
         EXPECT_EQ(TakeVelmorCalls(),
@@ -216,14 +222,14 @@ TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused)
 
     // A slice of our own: shown where NV12 can be sampled, else -1 and no
     // crash.
-    const bool samples = testkit::CanSampleNv12(DeviceOf(init));
-    EXPECT_EQ(Show(h, Slice(ours.Texture(), 1, 64, 64)), samples ? 0 : -1);
+    const bool samples = testkit::CanSampleNv12(device);
+    EXPECT_EQ(Show(render, Slice(ours.Texture(), 1, 64, 64)), samples ? 0 : -1);
     TakeVelmorCalls();
     // Empty, inverted or wholly outside the picture: nothing left to show.
     for (EZoomArea zoom : {EZoomArea{0.5, 0.5, 0.5, 0.9}, EZoomArea{0.8, 0.1, 0.2, 0.9},
                            EZoomArea{1.5, 0.0, 2.0, 1.0}, EZoomArea{0.5, 0.5, 0.0, 0.0}}) {
-        ASSERT_EQ(Config(h, QUILLON_CMD_EZOOM_AREA, zoom), 0);
-        EXPECT_EQ(Show(h, Slice(ours.Texture(), 1, 64, 64)), -1);
+        ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, zoom), 0);
+        EXPECT_EQ(Show(render, Slice(ours.Texture(), 1, 64, 64)), -1);
         EXPECT_EQ(TakeVelmorCalls(), ErrorRecord(file, show, 83, "zoom area leaves no picture"));
     }
 }
