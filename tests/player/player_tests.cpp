@@ -61,7 +61,8 @@ bool ReadImage(const std::string& path, RgbImage& image)
     }
     const size_t stride = size_t(image.width) * 3 + 1;  // a filter byte, then R G B
     if (raw.size() != stride * image.height) return false;
-    for (int y = 0; y < image.height; ++y) image.rgb.insert(image.rgb.end(), &raw[y * stride + 1], &raw[(y + 1) * stride]);
+    for (int y = 0; y < image.height; ++y)
+        image.rgb.insert(image.rgb.end(), &raw[y * stride + 1], &raw[(y + 1) * stride]);
     return true;
 }
 
@@ -97,7 +98,8 @@ bool ReferencePicture(const std::string& clip, int index, bool bt709, RgbImage& 
 // in the reference, so pixels next to a colour edge differ a little; inside
 // flat areas (the reference equal three pixels away, diagonals included)
 // they agree.
-std::string Disagreement(const RgbImage& screen, int sx, int sy, const RgbImage& reference, int rx, int ry, int w, int h)
+std::string Disagreement(const RgbImage& screen, int sx, int sy, const RgbImage& reference, int rx, int ry, int w,
+                         int h)
 {
     double total = 0;
     int flatPixels = 0, worst = 0;
@@ -122,7 +124,8 @@ std::string Disagreement(const RgbImage& screen, int sx, int sy, const RgbImage&
     }
     const double mean = total / (3.0 * w * h);
     if (mean < 3.0 && flatPixels > w * h / 2 && worst <= 8) return "";
-    return "mean difference " + std::to_string(mean) + ", " + std::to_string(flatPixels) + " flat pixels, worst " + where;
+    return "mean difference " + std::to_string(mean) + ", " + std::to_string(flatPixels) + " flat pixels, worst " +
+           where;
 }
 
 class Player : public ::testing::Test {
@@ -130,7 +133,11 @@ protected:
     static void SetUpTestSuite()
     {
         s_dir = new testkit::StagedDir("player");
-        s_dir->Add("QuillonPlay.exe").Add("QuillonWall.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
+        s_dir->Add("QuillonPlay.exe")
+            .Add("QuillonWall.exe")
+            .Add("QuillonSDK.dll")
+            .Add("Velmor.dll")
+            .Add("ffmpeg-7.dll");
     }
     static void TearDownTestSuite() { delete s_dir; }
     static std::string Clip(const std::string& name) { return testkit::BinDir() + "..\\sample\\" + name; }
@@ -174,8 +181,10 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
     // The middle quarter of the picture (80,60)-(240,180), cropped by the
     // library, shown 1:1 in the rectangle (40,30)-(200,150); black around it.
     DeleteFileA(shot.c_str());
-    const testkit::ProcessRun run = Play("--no-overlay --fast --frames 20 --zoom 0.25,0.25,0.75,0.75 --dst 40,30,200,150 "
-                                         "--screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    const testkit::ProcessRun run = Play(
+        "--no-overlay --fast --frames 20 --zoom 0.25,0.25,0.75,0.75 --dst 40,30,200,150 "
+        "--screenshot \"" +
+        shot + "\" \"" + Clip("sample.265") + "\"");
     EXPECT_EQ(run.exitCode, 0u) << run.output;
     EXPECT_EQ(Count(run.output, path), 1u) << run.output;
     ASSERT_TRUE(ReadImage(shot, screen)) << run.output;
@@ -186,7 +195,8 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
     int lit = 0;
     for (int y = 0; y < screen.height; ++y)
         for (int x = 0; x < screen.width; ++x)
-            lit += (x < 40 || x >= 200 || y < 30 || y >= 150) && At(screen, x, y)[0] + At(screen, x, y)[1] + At(screen, x, y)[2] > 0;
+            lit += (x < 40 || x >= 200 || y < 30 || y >= 150) &&
+                   At(screen, x, y)[0] + At(screen, x, y)[1] + At(screen, x, y)[2] > 0;
     EXPECT_EQ(lit, 0);
 }
 
@@ -207,7 +217,8 @@ std::string DamageFirstKeyframe(const std::string& clip, bool cut)
 bool Summary(const std::string& output, int& shown, double& seconds)
 {
     const size_t at = output.find("QuillonPlay: shown ");
-    return at != std::string::npos && sscanf(output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &seconds) == 2;
+    return at != std::string::npos &&
+           sscanf(output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &seconds) == 2;
 }
 
 TEST_F(Player, PacesByTimestampsAndCountsLostPictures)
@@ -247,7 +258,8 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
 {
     const std::string shot = s_dir->Path() + "shot.png";
     DeleteFileA(shot.c_str());
-    const testkit::ProcessRun run = Play("--fast --frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    const testkit::ProcessRun run =
+        Play("--fast --frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
     EXPECT_EQ(run.exitCode, 0u) << run.output;
     RgbImage screen;
     ASSERT_TRUE(ReadImage(shot, screen));
@@ -263,14 +275,16 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     EXPECT_GT(grey, total / 4);
     // The tracking box's left edge at 10% of the width is green.
     const unsigned char* edge = At(screen, 32, 120);
-    EXPECT_TRUE(edge[1] > 200 && edge[0] < 120 && edge[2] < 120) << int(edge[0]) << "," << int(edge[1]) << "," << int(edge[2]);
+    EXPECT_TRUE(edge[1] > 200 && edge[0] < 120 && edge[2] < 120)
+        << int(edge[0]) << "," << int(edge[1]) << "," << int(edge[2]);
 
     // A zoom onto the left quarter shows the white bar across the window.
-    const testkit::ProcessRun zoomed =
-        Play("--no-overlay --fast --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot + "\" \"" + Clip("sample.264") + "\"");
+    const testkit::ProcessRun zoomed = Play("--no-overlay --fast --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot +
+                                            "\" \"" + Clip("sample.264") + "\"");
     EXPECT_EQ(zoomed.exitCode, 0u) << zoomed.output;
     ASSERT_TRUE(ReadImage(shot, screen));
-    for (int x : {10, 160, 310}) EXPECT_GT(At(screen, x, 20)[0] + At(screen, x, 20)[1] + At(screen, x, 20)[2], 690) << x;
+    for (int x : {10, 160, 310})
+        EXPECT_GT(At(screen, x, 20)[0] + At(screen, x, 20)[1] + At(screen, x, 20)[2], 690) << x;
 
     // Bad input: a usage message and exit code 1; a missing file: 2.
     EXPECT_EQ(Play("--frames").exitCode, 1u);
@@ -306,8 +320,10 @@ TEST_F(Player, WallShowsTheLastPictureOfEveryTile)
         const size_t at = run.output.find(line);
         ASSERT_NE(at, std::string::npos) << run.output;
         int shown = 0, late = 0, dropped = 0, errors = 0, last = -1;
-        ASSERT_EQ(sscanf(run.output.c_str() + at + line.size(), "%d, late %d, dropped %d, decode errors %d, cpu %*f s, last picture %d",
-                         &shown, &late, &dropped, &errors, &last), 5);
+        ASSERT_EQ(sscanf(run.output.c_str() + at + line.size(),
+                         "%d, late %d, dropped %d, decode errors %d, cpu %*f s, last picture %d", &shown, &late,
+                         &dropped, &errors, &last),
+                  5);
         SCOPED_TRACE(run.output.substr(at, run.output.find('\n', at) - at));
         EXPECT_GT(shown, 0);
         EXPECT_EQ(errors, 0);
@@ -352,7 +368,8 @@ std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, c
     ComPtr<ID3D11DeviceContext> context;
     device->GetImmediateContext(&context);
     const int W = pool.Width(), H = pool.Height();
-    const D3D11_TEXTURE2D_DESC desc = xop::TextureDesc(W, H, DXGI_FORMAT_NV12, D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
+    const D3D11_TEXTURE2D_DESC desc =
+        xop::TextureDesc(W, H, DXGI_FORMAT_NV12, D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
     ComPtr<ID3D11Texture2D> staging;
     if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return "no staging texture";
     context->CopySubresourceRegion(staging.Get(), 0, 0, 0, 0, pool.Texture(), slice, nullptr);
@@ -364,7 +381,9 @@ std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, c
     for (int y = 0; y < H * 3 / 2 && wrong.empty(); ++y) {
         for (int x = 0; x < W && wrong.empty(); ++x) {
             const int c = std::min(y - H, p.height / 2 - 1) * (p.width / 2) + std::min(x / 2, p.width / 2 - 1);
-            const int want = y < H ? p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)] : x % 2 ? v[c] : u[c];
+            const int want = y < H   ? p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)]
+                             : x % 2 ? v[c]
+                                     : u[c];
             if (got[y * map.RowPitch + x] != want)
                 wrong = "slice " + std::to_string(slice) + " at " + std::to_string(x) + "," + std::to_string(y) + ": " +
                         std::to_string(got[y * map.RowPitch + x]) + " instead of " + std::to_string(want);

@@ -179,7 +179,8 @@ TEST_F(Render, OddClientRectResizesOnceAndWindowResizeIsLoggedOnce)
     TakeVelmorCalls();
     // InitDevice kept 160 x 120; the first picture measures 161 x 121.
     EXPECT_EQ(Show(h, f), 0);
-    EXPECT_EQ(TakeVelmorCalls(), ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", 59, "CHECK_UNEQUAL_RETURN"));
+    EXPECT_EQ(TakeVelmorCalls(),
+              ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", 59, "CHECK_UNEQUAL_RETURN"));
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
     Settle();
@@ -188,8 +189,9 @@ TEST_F(Render, OddClientRectResizesOnceAndWindowResizeIsLoggedOnce)
 
     ResizeClient(wnd, 200, 150);
     EXPECT_EQ(Show(h, f), 0);
-    EXPECT_EQ(TakeVelmorCalls(),
-              (Calls{"sdk_log_get_level", "sdk_log_msg(CLS_D3D11vaDraw::ShowFrame Windows Size Changed Recreate Render)"}));
+    EXPECT_EQ(
+        TakeVelmorCalls(),
+        (Calls{"sdk_log_get_level", "sdk_log_msg(CLS_D3D11vaDraw::ShowFrame Windows Size Changed Recreate Render)"}));
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
     // The swap chain is new: DXVK may show its picture only after a later present.
@@ -289,8 +291,9 @@ TEST_F(Render, CommandsWithNullPayloadsLogAndUnknownCommandsPass)
     const struct {
         const char* func;
         int line;
-    } checks[] = {{"Texture2DToNV12", 172},  {"SetDrawCallBack", 186}, {"InnerOnDrawLine", 193}, {"InnerOnDrawText", 203},
-                  {"InnerOnDrawBlurry", 213}, {"InnerEZoomArea", 223},  {"InnerSetDstRect", 233}};
+    } checks[] = {{"Texture2DToNV12", 172}, {"SetDrawCallBack", 186},   {"InnerOnDrawLine", 193},
+                  {"InnerOnDrawText", 203}, {"InnerOnDrawBlurry", 213}, {"InnerEZoomArea", 223},
+                  {"InnerSetDstRect", 233}};
     for (unsigned command = 0; command < 7; ++command) {
         EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, nullptr, 416), -1) << command;
         EXPECT_EQ(TakeVelmorCalls(), DrawCheck(checks[command].func, checks[command].line));

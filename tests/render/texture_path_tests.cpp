@@ -166,7 +166,8 @@ TEST_F(TexturePath, ReadBackBytesEqualTheSliceAt720pAnd2160p)
         for (size_t i = 0; i < picture.y.size(); ++i) picture.y[i] = static_cast<uint8_t>(i * 7 + i / 4099);
         for (size_t i = 0; i < picture.uv.size(); ++i) picture.uv[i] = static_cast<uint8_t>(i * 13 + i / 3001);
         ASSERT_TRUE(pool.Write(9, picture));
-        NV12ReadBack rb = {pool.Texture(), 9, static_cast<unsigned>(s.cx), static_cast<unsigned>(s.cy), {}, nullptr, 0, {}};
+        NV12ReadBack rb = {
+            pool.Texture(), 9, static_cast<unsigned>(s.cx), static_cast<unsigned>(s.cy), {}, nullptr, 0, {}};
         ASSERT_EQ(g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &rb, sizeof(rb)), 0);
         ASSERT_NE(rb.data, nullptr);
         ASSERT_GE(rb.rowPitch, static_cast<uint32_t>(s.cx));

@@ -152,7 +152,8 @@ void Tile::Run(DWORD deadline)
         }
     }
     auto frameOf = [&](bool mine, bool fromPool) {
-        return fromPool && pool ? Slice(pool->Texture(), mine ? 1 : 2, kPicW, kPicH) : CpuFrame(colours[mine], kPicW, kPicH);
+        return fromPool && pool ? Slice(pool->Texture(), mine ? 1 : 2, kPicW, kPicH)
+                                : CpuFrame(colours[mine], kPicW, kPicH);
     };
     DecodeRecords records(32);
     for (int i = 0; GetTickCount() < deadline || i < 8; ++i) {
@@ -173,7 +174,8 @@ void Tile::Run(DWORD deadline)
             break;
         case 3: {
             DrawInfo info = {};
-            Check("QuillonRenderGetDrawInfo", [&] { return sdk->QuillonRenderGetDrawInfo(render, &info, sizeof(info)); });
+            Check("QuillonRenderGetDrawInfo",
+                  [&] { return sdk->QuillonRenderGetDrawInfo(render, &info, sizeof(info)); });
             Expect(info.device == init.device, index, "QuillonRenderGetDrawInfo's device", 0);
             break;
         }
@@ -216,8 +218,10 @@ void Tile::Run(DWORD deadline)
         Sleep(50);
         if (testkit::OnNv12Stack() && k % 4 == 3) Show(last);
     }
-    Expect(g_calls.Exclusive([&] { return sdk->QuillonDecoderRelease(decoder); }) == 0, index, "QuillonDecoderRelease", -1);
-    Expect(g_calls.Exclusive([&] { return sdk->QuillonRenderRelease(render); }) == 1, index, "QuillonRenderRelease", -1);
+    Expect(g_calls.Exclusive([&] { return sdk->QuillonDecoderRelease(decoder); }) == 0, index, "QuillonDecoderRelease",
+           -1);
+    Expect(g_calls.Exclusive([&] { return sdk->QuillonRenderRelease(render); }) == 1, index, "QuillonRenderRelease",
+           -1);
     DestroyWindow(window);
     DestroyWindow(spare);
 }
@@ -272,7 +276,8 @@ TEST(Concurrency, HostThreadsEachDrivingATileKeepEveryResultPictureAndRecordWhol
     const double seconds = (GetTickCount() - start) / 1000.0;
     // Each tile's own colour at corners and centre, its white line at the top.
     for (const Tile& t : tiles) {
-        for (POINT p : {POINT{2, kTileH - 3}, POINT{kTileW - 3, kTileH - 3}, POINT{kTileW / 2, kTileH / 2}, POINT{2, 45}})
+        for (POINT p :
+             {POINT{2, kTileH - 3}, POINT{kTileW - 3, kTileH - 3}, POINT{kTileW / 2, kTileH / 2}, POINT{2, 45}})
             EXPECT_EQ(ScreenFault(t.window, p.x, p.y, TileColour(t.index), 24), "") << "tile " << t.index;
         EXPECT_EQ(ScreenFault(t.window, kTileW / 2, 4, {255, 255, 255}, 48), "") << "tile " << t.index << "'s line";
     }

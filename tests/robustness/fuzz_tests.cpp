@@ -40,7 +40,8 @@ struct Fuzzer {
         // of its own and moves to the other one each time.
         for (int i = 0; testkit::OnNv12Stack() && i < kMaxLiveRenders; ++i)
             for (int k = 0; k < 2; ++k)
-                m_own[i].wnd[k] = testkit::CreateTestWindow(360 + i * 140, k * 120, 120 - k * 40, 90 - k * 30, "fuzz own");
+                m_own[i].wnd[k] =
+                    testkit::CreateTestWindow(360 + i * 140, k * 120, 120 - k * 40, 90 - k * 30, "fuzz own");
         m_noAccess = static_cast<uint8_t*>(VirtualAlloc(nullptr, 65536, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS));
         m_picture.resize(static_cast<size_t>(kPictureSide + 64) * kPictureSide * 2);
         for (uint8_t& b : m_picture) b = static_cast<uint8_t>(m_rng());
