@@ -201,50 +201,34 @@ TEST_F(RealFfmpeg, BindingANullModuleReportsTheGroupsText)
     EXPECT_TRUE(Bound().empty());
 }
 
-TEST_F(RealFfmpeg, SeparateLoadsReportFailureEachInItsOwnWay)
+TEST_F(RealFfmpeg, EachSeparateLoadReportsInItsOwnWayAndBindsOnlyItsOwnGroup)
 {
     const struct {
         int (*load)(const char*, const char*);
         const char* func;
-        const char* message;  // null: error-log record
-    } cases[] = {
-        {ff_load_avformat_lib, "ff_load_avformat_lib", nullptr},
-        {ff_load_avutil_lib, "ff_load_avutil_lib", nullptr},
-        {ff_load_avcodec_lib, "ff_load_avcodec_lib", nullptr},
-        {ff_load_avfilter_lib, "ff_load_avfilter_lib", "load ffmpeg avfilter lib absent.dll fail!"},
-        {ff_load_swscale_lib, "ff_load_swscale_lib", "load ffmpeg swscale lib absent.dll fail!"},
-        {ff_load_swresample_lib, "ff_load_swresample_lib", "load ffmpeg swresample lib absent.dll fail!"},
-        {ff_load_ffmpeg_as_one, "ff_load_ffmpeg_as_one", nullptr},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.load("absent.dll", "QuillonSDK.dll"), -1) << c.func;
-        if (c.message) {
-            EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", std::string("sdk_log_msg(") + c.message + ")"}));
-        } else {
-            ExpectBindingError(TakeVelmorCalls(), c.func, "load ffmpeg lib absent.dll fail!");
-        }
-    }
-    EXPECT_TRUE(Bound().empty());
-}
-
-TEST_F(RealFfmpeg, EachSeparateLoadBindsOnlyItsOwnGroup)
-{
-    const struct {
-        int (*load)(const char*, const char*);
         const char* group;
-        const char* success;
+        const char* lib;  // the load's own word in its lines
+        bool errorRecord;  // failure as an error-log record, else as a message
     } cases[] = {
-        {ff_load_avformat_lib, "avformat", "load ffmpeg lib ffmpeg-7.dll success!"},
-        {ff_load_avutil_lib, "avutil", "load ffmpeg lib ffmpeg-7.dll success!"},
-        {ff_load_avcodec_lib, "avcodec", "load ffmpeg lib ffmpeg-7.dll success!"},
-        {ff_load_avfilter_lib, "avfilter", "load ffmpeg avfilter lib ffmpeg-7.dll success!"},
-        {ff_load_swscale_lib, "swscale", "load ffmpeg swscale lib ffmpeg-7.dll success!"},
-        {ff_load_swresample_lib, "swresample", "load ffmpeg swresample lib ffmpeg-7.dll success!"},
+        {ff_load_avformat_lib, "ff_load_avformat_lib", "avformat", "", true},
+        {ff_load_avutil_lib, "ff_load_avutil_lib", "avutil", "", true},
+        {ff_load_avcodec_lib, "ff_load_avcodec_lib", "avcodec", "", true},
+        {ff_load_avfilter_lib, "ff_load_avfilter_lib", "avfilter", "avfilter ", false},
+        {ff_load_swscale_lib, "ff_load_swscale_lib", "swscale", "swscale ", false},
+        {ff_load_swresample_lib, "ff_load_swresample_lib", "swresample", "swresample ", false},
     };
     for (const auto& c : cases) {
+        const std::string text = std::string("load ffmpeg ") + c.lib + "lib ";
         ClearSlots();
+        EXPECT_EQ(c.load("absent.dll", "QuillonSDK.dll"), -1) << c.func;
+        if (c.errorRecord) {
+            ExpectBindingError(TakeVelmorCalls(), c.func, text + "absent.dll fail!");
+        } else {
+            EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "sdk_log_msg(" + text + "absent.dll fail!)"}));
+        }
+        EXPECT_TRUE(Bound().empty());
         ASSERT_EQ(c.load("ffmpeg-7.dll", "QuillonSDK.dll"), 0) << c.group;
-        EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", std::string("sdk_log_msg(") + c.success + ")"}));
+        EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "sdk_log_msg(" + text + "ffmpeg-7.dll success!)"}));
         EXPECT_EQ(Bound(), kGroups.at(c.group)) << c.group;
         // Loaded already: nothing to do, nothing logged.
         EXPECT_EQ(c.load("absent.dll", "QuillonSDK.dll"), 0);
@@ -280,6 +264,8 @@ TEST_F(RealFfmpeg, SwscaleSecondAttemptLoadsWithoutBinding)
 
 TEST_F(RealFfmpeg, OneModuleBindsEveryNameFfmpeg7Exports)
 {
+    EXPECT_EQ(ff_load_ffmpeg_as_one("absent.dll", "QuillonSDK.dll"), -1);
+    ExpectBindingError(TakeVelmorCalls(), "ff_load_ffmpeg_as_one", "load ffmpeg lib absent.dll fail!");
     ASSERT_EQ(ff_load_ffmpeg_as_one("ffmpeg-7.dll", "QuillonSDK.dll"), 0);
     EXPECT_EQ(TakeVelmorCalls(), kLoaded);
     HMODULE ffmpeg = GetModuleHandleA("ffmpeg-7.dll");
