@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -307,64 +308,50 @@ TEST_F(Decoder, WithoutAD3D11vaDeviceConfigurationTheContextWaitsForRelease)
     EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
 }
 
-TEST_F(Decoder, PixelFormatCallbackFailures)
+// --- decoding -----------------------------------------------------------------------
+
+TEST_F(Decoder, DecodeFailuresLeaveTheOutputRecordsAlone)
 {
     const struct {
         void (*script)(FfDoubleScript*);
+        int result, getFormat;
         Calls records;
     } cases[] = {
-        {[](FfDoubleScript* s) { s->offeredFormats[1] = AV_PIX_FMT_NONE; },
+        // The pixel-format callback at the first packet fails: no frame pool.
+        {[](FfDoubleScript* s) { s->offeredFormats[1] = AV_PIX_FMT_NONE; }, 0, AV_PIX_FMT_NONE,
          DecoderError("get_d3d11va_hw_format", 44, "Failed to get HW surface format.")},
-        {[](FfDoubleScript* s) { s->framesAllocFails = 1; }, {}},
-        {[](FfDoubleScript* s) { s->framesInitResult = -12; }, {}},
+        {[](FfDoubleScript* s) { s->framesAllocFails = 1; }, 0, AV_PIX_FMT_NONE, {}},
+        {[](FfDoubleScript* s) { s->framesInitResult = -12; }, 0, AV_PIX_FMT_NONE, {}},
+        // Sending and receiving.
+        {[](FfDoubleScript* s) { s->sendResults[0] = AVERROR(EINVAL); }, -1, AV_PIX_FMT_D3D11,
+         DecoderError(kPacket, 312, "Error during decoding:double error -22\n")},
+        {[](FfDoubleScript* s) { s->sendResults[0] = AVERROR(EAGAIN); }, -1, AV_PIX_FMT_D3D11,
+         DecoderError(kPacket, 312, "Error during decoding:double error -11\n")},
+        {[](FfDoubleScript*) {}, 0, AV_PIX_FMT_D3D11, {}},  // no picture yet: accepted, nothing written
+        {[](FfDoubleScript* s) { s->receiveResults[0] = AVERROR_EOF; }, 0, AV_PIX_FMT_D3D11, {}},
+        {[](FfDoubleScript* s) { s->receiveResults[0] = AVERROR(EIO); }, -1, AV_PIX_FMT_D3D11,
+         DecoderError(kPacket, 324, "Error while decoding\n")},
     };
-    for (const auto& c : cases) {
-        g_reset();
-        void* decoder = Ready();
-        c.script(S);
-        DecOut out = {};
-        std::vector<unsigned char> frame = Frame(1, {9}, 1);
-        S->receiveResults[0] = AVERROR(EAGAIN);
-        EXPECT_EQ(Decode(decoder, frame, &out), 0);
-        EXPECT_EQ(S->getFormatResult, AV_PIX_FMT_NONE);
-        EXPECT_EQ(TakeVelmorCalls(), c.records);
-        sdk.QuillonDecoderRelease(decoder);
-    }
-}
-
-// --- decoding -----------------------------------------------------------------------
-
-TEST_F(Decoder, SendAndReceiveFailuresLeaveTheOutputRecordsAlone)
-{
-    void* decoder = Ready();
-    DecOut out;
-    memset(&out, 0x5A, sizeof(out));
     unsigned char record[136];
     memset(record, 0xEE, sizeof(record));
+    DecOut out;
+    memset(&out, 0x5A, sizeof(out));
     out.surfaceRecordSize = sizeof(record);
     out.surfaceRecord = record;
     const DecOut outBefore = out;
     std::vector<unsigned char> frame = Frame(7, {1, 2}, 2);
-    const struct {
-        int send, receive, result;
-        Calls records;
-    } cases[] = {
-        {AVERROR(EINVAL), 0, -1, DecoderError(kPacket, 312, "Error during decoding:double error -22\n")},
-        {AVERROR(EAGAIN), 0, -1, DecoderError(kPacket, 312, "Error during decoding:double error -11\n")},
-        {0, AVERROR(EAGAIN), 0, {}},  // no picture yet: accepted, nothing written
-        {0, AVERROR_EOF, 0, {}},
-        {0, AVERROR(EIO), -1, DecoderError(kPacket, 324, "Error while decoding\n")},
-    };
     for (const auto& c : cases) {
         g_reset();
-        S->sendResults[0] = c.send;
-        S->receiveResults[0] = c.receive;
+        void* decoder = Ready();
+        S->receiveResults[0] = AVERROR(EAGAIN);
+        c.script(S);
         EXPECT_REFUSED(Decode(decoder, frame, &out), c.result, c.records);
+        EXPECT_EQ(S->getFormatResult, c.getFormat);
         EXPECT_EQ(memcmp(&out, &outBefore, sizeof(out)), 0);
         EXPECT_EQ(record[0], 0xEE);
         EXPECT_EQ(S->calls[FF_CALL_PACKET_UNREF], 1);
+        sdk.QuillonDecoderRelease(decoder);
     }
-    sdk.QuillonDecoderRelease(decoder);
 }
 
 TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
@@ -379,7 +366,10 @@ TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
     memcpy(full, &S->frameTexture, 8);
     const uint32_t slice = 7;
     memcpy(full + 128, &slice, 4);
-    for (int size : {0, 5, 8, 128, 131, 132, 136, 200, -4}) {
+    // The packet is the header's payload length (4), not the length argument.
+    std::vector<unsigned char> frame = Frame(4294967295u, {0, 0, 0, 1, 0x67}, 4);
+    const int sizes[] = {0, 5, 8, 128, 131, 132, 136, 200, -4};
+    for (int size : sizes) {
         unsigned char record[200], expected[200];
         memset(record, 0xEE, sizeof(record));
         memset(expected, 0xEE, sizeof(expected));
@@ -394,34 +384,22 @@ TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
             expectedOut.height = 720;
             expectedOut.timestamp = -1;  // 4294967295 wraps
         }
-        std::vector<unsigned char> frame = Frame(4294967295u, {0, 0, 0, 1, 0x67}, 5);
-        ASSERT_EQ(Decode(decoder, frame, &out), 0) << size;
+        ASSERT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 1000, &out), 0) << size;
         EXPECT_EQ(memcmp(record, expected, sizeof(record)), 0) << size;
         EXPECT_EQ(memcmp(&out, &expectedOut, sizeof(out)), 0) << size;
+        EXPECT_EQ(S->packet.size, 4);
+        EXPECT_EQ(S->packet.data, frame.data() + sizeof(FrameHead));
+        EXPECT_EQ(S->packet.dts, 4294967295ll);  // widened without sign
+        EXPECT_EQ(S->packet.pts, AV_NOPTS_VALUE);
     }
+    EXPECT_EQ(S->calls[FF_CALL_INIT_PACKET], int(std::size(sizes)));
+    EXPECT_EQ(S->calls[FF_CALL_PACKET_UNREF], int(std::size(sizes)));
     TakeVelmorCalls();
 
     // A size without a record to write to: refused, not dereferenced.
     DecOut out = {};
     out.surfaceRecordSize = 8;
-    std::vector<unsigned char> frame = Frame(9, {1}, 1);
     EXPECT_REFUSED(Decode(decoder, frame, &out), -1, DecoderError(kPacket, 340, "NULL == _ptDecOut->surfaceRecord"));
-    sdk.QuillonDecoderRelease(decoder);
-}
-
-TEST_F(Decoder, PacketComesFromTheHeaderNotTheLengthArgument)
-{
-    void* decoder = Ready();
-    DecOut out = {};
-    std::vector<unsigned char> frame = Frame(0x80000001u, {0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6}, 4);
-    S->receiveResults[0] = AVERROR(EAGAIN);
-    ASSERT_EQ(sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), 1000, &out), 0);
-    EXPECT_EQ(S->packet.size, 4);
-    EXPECT_EQ(S->packet.data, frame.data() + sizeof(FrameHead));
-    EXPECT_EQ(S->packet.dts, 0x80000001ll);  // widened without sign
-    EXPECT_EQ(S->packet.pts, AV_NOPTS_VALUE);
-    EXPECT_EQ(S->calls[FF_CALL_INIT_PACKET], 1);
-    EXPECT_EQ(S->calls[FF_CALL_PACKET_UNREF], 1);
     sdk.QuillonDecoderRelease(decoder);
 }
 
