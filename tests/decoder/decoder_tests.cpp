@@ -11,6 +11,7 @@
 #include "testkit/staged_sdk.h"
 
 using testkit::Calls;
+using testkit::RefCount;
 using testkit::TakeVelmorCalls;
 
 namespace {
@@ -40,12 +41,6 @@ Calls Errors(const Calls& calls)
         if (c != "sdk_log_get_level" && c.rfind("sdk_log_msg(", 0) != 0) out.push_back(c);
     }
     return out;
-}
-
-ULONG RefCount(IUnknown* p)
-{
-    p->AddRef();
-    return p->Release();
 }
 
 // A compressed frame: FrameHead (timestamp, `headLength`), then the payload.

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <d3d11.h>
+#include <wrl/client.h>
 
 #include <climits>
 #include <map>
@@ -320,22 +321,18 @@ TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
     ASSERT_EQ(api.QuillonStartup(), 0);
     EXPECT_EQ(TakeVelmorCalls(), kLoaded + testkit::ErrorRecord("interface/QuillonSDKInterface.cpp", "QuillonStartup",
                                                                 37, "[QuillonStartup] already Startup!"));
-
-    ID3D11Device* device = nullptr;
+    Microsoft::WRL::ComPtr<ID3D11Device> device;
     ASSERT_EQ(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0, D3D11_SDK_VERSION, &device,
                                 nullptr, nullptr),
               S_OK);
     // Wine's own Direct3D has no video device, so FFmpeg's device set-up
     // fails. DXVK (stack 2) has one that offers no decoder configuration:
     // there the support check stops Initial, its own record first.
-    ID3D11VideoDevice* video = nullptr;
-    const bool hasVideoDevice = SUCCEEDED(device->QueryInterface(IID_PPV_ARGS(&video)));
-    if (video) video->Release();
-    device->AddRef();
-    const ULONG before = device->Release();
+    Microsoft::WRL::ComPtr<ID3D11VideoDevice> video;
+    const bool hasVideoDevice = SUCCEEDED(device.As(&video));
+    const ULONG before = testkit::RefCount(device.Get());
 
     void* decoder = api.QuillonDecoderCreate(nullptr, 0);
-    ASSERT_NE(decoder, nullptr);
     auto record = [](const std::string& func, int line, const std::string& message) {
         return testkit::ErrorRecord("decoder/CLS_D3D11vaDecoder.cpp", "CLS_D3D11vaDecoder::" + func, line, message);
     };
@@ -348,7 +345,7 @@ TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
     } cases[] = {
         {nullptr, hasVideoDevice ? noConfiguration
                                  : record("Initial", 246, "av_hwdevice_ctx_create : NULL == m_pDeviceBuffer")},
-        {device, hasVideoDevice ? noConfiguration : record("Initial", 229, "av_hwdevice_ctx_init : ")}};
+        {device.Get(), hasVideoDevice ? noConfiguration : record("Initial", 229, "av_hwdevice_ctx_init : ")}};
     for (const auto& c : cases) {
         void* slot = c.slot;
         CreateNeed need = {1920, 1080, QUILLON_VIDEO_H264, {}, &slot};
@@ -361,8 +358,6 @@ TEST_F(RealFfmpeg, StartupThenInitialFailsCleanlyWithoutAVideoDevice)
         calls.back() = last;
         EXPECT_EQ(calls, c.records);
     }
-    device->AddRef();
-    EXPECT_EQ(device->Release(), before);
+    EXPECT_EQ(testkit::RefCount(device.Get()), before);
     EXPECT_EQ(api.QuillonDecoderRelease(decoder), 0);
-    device->Release();
 }
