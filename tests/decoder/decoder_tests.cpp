@@ -178,7 +178,9 @@ TEST_F(Decoder, VideoModesChooseCodecAndProfile)
 TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
 {
     const ULONG before = RefCount(s_device);
-    m_need.iWidth = 1918;
+    // Sizes whose rounding up to 32 differs from rounding to 16 or 64.
+    m_need.iWidth = 1950;
+    m_need.iHeight = 1000;
     void* decoder = Create();
     ASSERT_EQ(Initial(decoder), 0);
     EXPECT_EQ(RefCount(s_device), before + 1);
@@ -193,7 +195,7 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
     EXPECT_EQ(opened.opaque, S->deviceInitRef[0]);
     EXPECT_EQ((std::vector<int>{opened.width, opened.coded_width, opened.height, opened.coded_height,
                                 opened.thread_count, opened.flags}),
-              (std::vector<int>{1918, 1918, 1080, 1080, 0, AV_CODEC_FLAG_LOW_DELAY}));
+              (std::vector<int>{1950, 1950, 1000, 1000, 0, AV_CODEC_FLAG_LOW_DELAY}));
     EXPECT_NE(opened.get_format, nullptr);
     EXPECT_EQ(S->liveBuffers, 2);
 
@@ -205,7 +207,7 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
     EXPECT_EQ(S->getFormatResult, AV_PIX_FMT_D3D11);
     const AVHWFramesContext& f = S->frames;
     EXPECT_EQ((std::vector<int>{f.format, f.sw_format, f.width, f.height, f.initial_pool_size}),
-              (std::vector<int>{AV_PIX_FMT_D3D11, AV_PIX_FMT_NV12, 1920, 1088, 10}));
+              (std::vector<int>{AV_PIX_FMT_D3D11, AV_PIX_FMT_NV12, 1952, 1024, 10}));
     EXPECT_EQ(S->framesD3d.BindFlags, unsigned(D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_DECODER));
     EXPECT_EQ(S->framesD3d.MiscFlags, unsigned(D3D11_RESOURCE_MISC_SHARED));
     EXPECT_EQ(Errors(TakeVelmorCalls()), Calls{});
