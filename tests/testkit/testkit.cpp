@@ -48,8 +48,8 @@ static void RemoveTree(const std::string& dir)
 
 static void MakeDirs(const std::string& dir)
 {
-    for (size_t i = dir.find('\\', 3); i != std::string::npos; i = dir.find('\\', i + 1)) {
-        CreateDirectoryA(dir.substr(0, i).c_str(), nullptr);
+    for (size_t i = 3; i < dir.size(); ++i) {
+        if (dir[i] == '\\') CreateDirectoryA(dir.substr(0, i).c_str(), nullptr);
     }
 }
 
