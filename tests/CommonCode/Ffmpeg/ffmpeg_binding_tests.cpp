@@ -181,54 +181,41 @@ TEST_F(RealFfmpeg, EmptyNameLoadsNothing)
     EXPECT_TRUE(Bound().empty());
 }
 
-TEST_F(RealFfmpeg, BindingANullModuleReportsTheGroupsText)
+// Each group's separate load and bind operation: how each reports a failure
+// (two bind texts name another group, as they always have) and which slots
+// each binds.
+TEST_F(RealFfmpeg, EachGroupReportsInItsOwnWayAndBindsOnlyItsOwnSlots)
 {
     const struct {
-        void (*bind)(HMODULE);
-        const char* func;
-        const char* text;
-    } cases[] = {
-        {ff_load_avformat_dynamic_lib, "ff_load_avformat_dynamic_lib", "load ff_load_avformat_dynamic_lib lib faild!"},
-        {ff_load_avutil_dynamic_lib, "ff_load_avutil_dynamic_lib", "load ff_load_avcodec_dynamic_lib lib faild!"},
-        {ff_load_avcodec_dynamic_lib, "ff_load_avcodec_dynamic_lib", "load ff_load_avcodec_dynamic_lib lib faild!"},
-        {ff_load_avfilter_dynamic_lib, "ff_load_avfilter_dynamic_lib", "load ff_load_avfilter_dynamic_lib lib faild!"},
-        {ff_load_swscale_dynamic_lib, "ff_load_swscale_dynamic_lib", "load ff_load_swscale_dynamic_lib lib faild!"},
-        {ff_load_swresample_dynamic_lib, "ff_load_swresample_dynamic_lib", "load ff_load_swscale_dynamic_lib lib faild!"},
-    };
-    for (const auto& c : cases) {
-        c.bind(nullptr);
-        ExpectBindingError(TakeVelmorCalls(), c.func, c.text);
-    }
-    EXPECT_TRUE(Bound().empty());
-}
-
-TEST_F(RealFfmpeg, EachSeparateLoadReportsInItsOwnWayAndBindsOnlyItsOwnGroup)
-{
-    const struct {
-        int (*load)(const char*, const char*);
-        const char* func;
         const char* group;
-        const char* lib;  // the load's own word in its lines
-        bool errorRecord;  // failure as an error-log record, else as a message
+        int (*load)(const char*, const char*);
+        void (*bind)(HMODULE);
+        const char* lib;       // the load's own word in its lines
+        bool errorRecord;      // a failed load logs an error record, else a message
+        const char* bindText;  // the group a failed bind names
     } cases[] = {
-        {ff_load_avformat_lib, "ff_load_avformat_lib", "avformat", "", true},
-        {ff_load_avutil_lib, "ff_load_avutil_lib", "avutil", "", true},
-        {ff_load_avcodec_lib, "ff_load_avcodec_lib", "avcodec", "", true},
-        {ff_load_avfilter_lib, "ff_load_avfilter_lib", "avfilter", "avfilter ", false},
-        {ff_load_swscale_lib, "ff_load_swscale_lib", "swscale", "swscale ", false},
-        {ff_load_swresample_lib, "ff_load_swresample_lib", "swresample", "swresample ", false},
+        {"avformat", ff_load_avformat_lib, ff_load_avformat_dynamic_lib, "", true, "avformat"},
+        {"avutil", ff_load_avutil_lib, ff_load_avutil_dynamic_lib, "", true, "avcodec"},
+        {"avcodec", ff_load_avcodec_lib, ff_load_avcodec_dynamic_lib, "", true, "avcodec"},
+        {"avfilter", ff_load_avfilter_lib, ff_load_avfilter_dynamic_lib, "avfilter ", false, "avfilter"},
+        {"swscale", ff_load_swscale_lib, ff_load_swscale_dynamic_lib, "swscale ", false, "swscale"},
+        {"swresample", ff_load_swresample_lib, ff_load_swresample_dynamic_lib, "swresample ", false, "swscale"},
     };
     for (const auto& c : cases) {
+        const std::string load = std::string("ff_load_") + c.group + "_lib";
         const std::string text = std::string("load ffmpeg ") + c.lib + "lib ";
         ClearSlots();
-        EXPECT_EQ(c.load("absent.dll", "QuillonSDK.dll"), -1) << c.func;
+        c.bind(nullptr);
+        ExpectBindingError(TakeVelmorCalls(), std::string("ff_load_") + c.group + "_dynamic_lib",
+                           std::string("load ff_load_") + c.bindText + "_dynamic_lib lib faild!");
+        EXPECT_EQ(c.load("absent.dll", "QuillonSDK.dll"), -1) << load;
         if (c.errorRecord) {
-            ExpectBindingError(TakeVelmorCalls(), c.func, text + "absent.dll fail!");
+            ExpectBindingError(TakeVelmorCalls(), load, text + "absent.dll fail!");
         } else {
             EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "sdk_log_msg(" + text + "absent.dll fail!)"}));
         }
         EXPECT_TRUE(Bound().empty());
-        ASSERT_EQ(c.load("ffmpeg-7.dll", "QuillonSDK.dll"), 0) << c.group;
+        ASSERT_EQ(c.load("ffmpeg-7.dll", "QuillonSDK.dll"), 0) << load;
         EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "sdk_log_msg(" + text + "ffmpeg-7.dll success!)"}));
         EXPECT_EQ(Bound(), kGroups.at(c.group)) << c.group;
         // Loaded already: nothing to do, nothing logged.
