@@ -1,11 +1,7 @@
-// QuillonPlay.exe end to end: it plays the generated sample clips (raw H.264,
-// H.264 in Matroska, raw HEVC) through QuillonSDK.dll, and its screenshot of
-// the last picture matches FFmpeg's own decode of that picture. Under Wine
-// the hardware decoder cannot be set up, so the player decodes in software
-// and shows the pictures through the texture path where the device samples
-// NV12 (QUILLON_STACK=2: converted with BT.709, zoom and destination
-// rectangle applied by the library), else through the CPU-data path (BT.601).
-// Also: pacing by timestamps, the count of lost pictures on damaged clips,
+// QuillonPlay.exe end to end on the generated sample clips: its screenshot of
+// the last picture matches FFmpeg's own decode (software decoding under Wine,
+// shown through the texture path with BT.709 where the device samples NV12,
+// else the CPU-data path with BT.601); pacing, lost pictures on damaged clips,
 // the player's NV12 pool byte for byte, and the video wall tile by tile.
 #include <gtest/gtest.h>
 
@@ -24,47 +20,6 @@ using Microsoft::WRL::ComPtr;
 using testkit::Count;
 
 const unsigned char* At(const RgbImage& image, int x, int y) { return &image.rgb[(size_t(y) * image.width + x) * 3]; }
-
-uint32_t U32(const std::string& s, size_t at, bool bigEndian)
-{
-    uint32_t v = 0;
-    for (int i = 0; i < 4; ++i) v |= uint32_t(static_cast<unsigned char>(s[at + i])) << 8 * (bigEndian ? 3 - i : i);
-    return v;
-}
-
-// The player's screenshots: 24-bit BMP, or PNG of 8-bit RGB in stored
-// (uncompressed) deflate blocks.
-bool ReadImage(const std::string& path, RgbImage& image)
-{
-    const std::string s = testkit::ReadFile(path);
-    image.rgb.clear();
-    if (s.size() >= 54 && s.compare(0, 2, "BM") == 0 && U32(s, 28, false) % 65536 == 24) {
-        image.width = static_cast<int>(U32(s, 18, false));
-        image.height = static_cast<int>(U32(s, 22, false));
-        const size_t row = (size_t(image.width) * 3 + 3) & ~size_t(3), pixels = U32(s, 10, false);
-        if (s.size() < pixels + row * image.height) return false;
-        for (int y = image.height - 1; y >= 0; --y)  // bottom-up rows of B, G, R
-            for (int x = 0; x < image.width * 3; ++x) image.rgb.push_back(s[pixels + row * y + x / 3 * 3 + 2 - x % 3]);
-        return true;
-    }
-    if (s.size() < 33 || s.compare(0, 8, "\x89PNG\r\n\x1a\n") != 0 || s.compare(12, 4, "IHDR") != 0) return false;
-    image.width = static_cast<int>(U32(s, 16, true));
-    image.height = static_cast<int>(U32(s, 20, true));
-    std::string z, raw;
-    for (size_t at = 8; at + 12 <= s.size(); at += 12 + U32(s, at, true))
-        if (s.compare(at + 4, 4, "IDAT") == 0) z += s.substr(at + 8, U32(s, at, true));
-    for (size_t at = 2; at + 5 <= z.size();) {  // after the zlib header: final bit, LEN, NLEN, bytes
-        const size_t n = static_cast<unsigned char>(z[at + 1]) | static_cast<unsigned char>(z[at + 2]) << 8;
-        raw += z.substr(at + 5, n);
-        if (z[at] & 1) break;
-        at += 5 + n;
-    }
-    const size_t stride = size_t(image.width) * 3 + 1;  // a filter byte, then R G B
-    if (raw.size() != stride * image.height) return false;
-    for (int y = 0; y < image.height; ++y)
-        image.rgb.insert(image.rgb.end(), &raw[y * stride + 1], &raw[(y + 1) * stride]);
-    return true;
-}
 
 // FFmpeg's decode of the clip, picture `index` (0-based) in output order,
 // converted with studio-range BT.709 or BT.601.
@@ -133,11 +88,7 @@ protected:
     static void SetUpTestSuite()
     {
         s_dir = new testkit::StagedDir("player");
-        s_dir->Add("QuillonPlay.exe")
-            .Add("QuillonWall.exe")
-            .Add("QuillonSDK.dll")
-            .Add("Velmor.dll")
-            .Add("ffmpeg-7.dll");
+        s_dir->Add("QuillonPlay.exe").Add("QuillonWall.exe").Add("QuillonSDK.dll").Add("Velmor.dll").Add("ffmpeg-7.dll");
     }
     static void TearDownTestSuite() { delete s_dir; }
     static std::string Clip(const std::string& name) { return testkit::BinDir() + "..\\sample\\" + name; }
@@ -146,13 +97,11 @@ protected:
         return testkit::RunProcess(s_dir->Path(), "\"" + s_dir->Path() + program + "\" " + arguments);
     }
     static testkit::ProcessRun Play(const std::string& arguments) { return Run("QuillonPlay.exe", arguments); }
-    static testkit::StagedDir* s_dir;
+    static inline testkit::StagedDir* s_dir = nullptr;
 };
-testkit::StagedDir* Player::s_dir = nullptr;
 
 TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
 {
-    // Software decoding everywhere here; the texture path where NV12 can be sampled.
     const bool texturePath = testkit::OnNv12Stack();
     const std::string path = std::string("QuillonPlay: path: software decoding, shown through the ") +
                              (texturePath ? "GPU texture path" : "CPU-data path");
@@ -164,12 +113,10 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
         const testkit::ProcessRun run =
             Play("--no-overlay --fast --progress --frames 20 --screenshot \"" + shot + "\" \"" + Clip(name) + "\"");
         EXPECT_EQ(run.exitCode, 0u) << run.output;
-        EXPECT_EQ(Count(run.output, "decoding in software"), 1u) << run.output;
         EXPECT_EQ(Count(run.output, "QuillonPlay: path: "), 1u) << run.output;
         EXPECT_EQ(Count(run.output, path), 1u) << run.output;
         EXPECT_EQ(Count(run.output, "QuillonPlay: shown 20 frames in "), 1u) << run.output;
-        EXPECT_NE(run.output.find("shown 10 frames, "), std::string::npos) << run.output;
-        EXPECT_NE(run.output.find(" fps"), std::string::npos) << run.output;
+        EXPECT_NE(run.output.find("shown 10 frames, "), std::string::npos) << run.output;  // --progress
         ASSERT_TRUE(ReadImage(shot, screen)) << run.output;
         ASSERT_TRUE(ReferencePicture(Clip(name), 19, texturePath, reference));
         ASSERT_EQ(screen.width, reference.width);
@@ -181,22 +128,18 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode)
     // The middle quarter of the picture (80,60)-(240,180), cropped by the
     // library, shown 1:1 in the rectangle (40,30)-(200,150); black around it.
     DeleteFileA(shot.c_str());
-    const testkit::ProcessRun run = Play(
-        "--no-overlay --fast --frames 20 --zoom 0.25,0.25,0.75,0.75 --dst 40,30,200,150 "
-        "--screenshot \"" +
-        shot + "\" \"" + Clip("sample.265") + "\"");
-    EXPECT_EQ(run.exitCode, 0u) << run.output;
-    EXPECT_EQ(Count(run.output, path), 1u) << run.output;
-    ASSERT_TRUE(ReadImage(shot, screen)) << run.output;
-    ASSERT_TRUE(ReferencePicture(Clip("sample.265"), 19, true, reference));
+    const testkit::ProcessRun run = Play("--no-overlay --fast --frames 20 --zoom 0.25,0.25,0.75,0.75 --dst 40,30,200,150 "
+                                         "--screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    ASSERT_TRUE(ReadImage(shot, screen)) << run.output;  // `reference` is still sample.265's picture 19
     ASSERT_EQ(screen.width, 320);
     ASSERT_EQ(screen.height, 240);
     EXPECT_EQ(Disagreement(screen, 40, 30, reference, 80, 60, 160, 120), "");
     int lit = 0;
-    for (int y = 0; y < screen.height; ++y)
-        for (int x = 0; x < screen.width; ++x)
-            lit += (x < 40 || x >= 200 || y < 30 || y >= 150) &&
-                   At(screen, x, y)[0] + At(screen, x, y)[1] + At(screen, x, y)[2] > 0;
+    for (int y = 0; y < 240; ++y)
+        for (int x = 0; x < 320; ++x) {
+            const unsigned char* p = At(screen, x, y);
+            lit += (x < 40 || x >= 200 || y < 30 || y >= 150) && p[0] + p[1] + p[2] > 0;
+        }
     EXPECT_EQ(lit, 0);
 }
 
@@ -213,12 +156,14 @@ std::string DamageFirstKeyframe(const std::string& clip, bool cut)
     return clip.substr(0, cut ? at + (end - at) / 4 : at) + clip.substr(end);
 }
 
-// Pictures shown and seconds played from the player's summary line.
-bool Summary(const std::string& output, int& shown, double& seconds)
+// Pictures shown and seconds played from the player's summary line of `run`.
+void Summary(const testkit::ProcessRun& run, int& shown, double& seconds)
 {
-    const size_t at = output.find("QuillonPlay: shown ");
-    return at != std::string::npos &&
-           sscanf(output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &seconds) == 2;
+    EXPECT_EQ(run.exitCode, 0u) << run.output;
+    const size_t at = run.output.find("QuillonPlay: shown ");
+    shown = -1;
+    ASSERT_NE(at, std::string::npos) << run.output;
+    sscanf(run.output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &seconds);
 }
 
 TEST_F(Player, PacesByTimestampsAndCountsLostPictures)
@@ -227,8 +172,7 @@ TEST_F(Player, PacesByTimestampsAndCountsLostPictures)
     int shown = 0;
     double seconds = 0;
     const testkit::ProcessRun paced = Play("--no-overlay \"" + Clip("sample-5fps.mkv") + "\"");
-    EXPECT_EQ(paced.exitCode, 0u) << paced.output;
-    ASSERT_TRUE(Summary(paced.output, shown, seconds)) << paced.output;
+    Summary(paced, shown, seconds);
     EXPECT_EQ(shown, 15);
     EXPECT_GE(seconds, 14 / 5.0) << paced.output;
     EXPECT_NE(paced.output.find(", 0 decode errors, 0 pictures lost, "), std::string::npos) << paced.output;
@@ -239,16 +183,14 @@ TEST_F(Player, PacesByTimestampsAndCountsLostPictures)
     s_dir->Write("no-keyframe.264", DamageFirstKeyframe(clip, false));
     s_dir->Write("cut-keyframe.264", DamageFirstKeyframe(clip, true));
     const testkit::ProcessRun dropped = Play("--no-overlay --fast no-keyframe.264");
-    EXPECT_EQ(dropped.exitCode, 0u) << dropped.output;
-    ASSERT_TRUE(Summary(dropped.output, shown, seconds)) << dropped.output;
+    Summary(dropped, shown, seconds);
     EXPECT_EQ(shown, 15);
     EXPECT_NE(dropped.output.find(", 14 pictures lost, "), std::string::npos) << dropped.output;
 
     // A keyframe cut short is concealed: all 30 pictures shown, one lost,
     // however many error lines the decoder writes about it.
     const testkit::ProcessRun concealed = Play("--no-overlay --fast cut-keyframe.264");
-    EXPECT_EQ(concealed.exitCode, 0u) << concealed.output;
-    ASSERT_TRUE(Summary(concealed.output, shown, seconds)) << concealed.output;
+    Summary(concealed, shown, seconds);
     EXPECT_EQ(shown, 30);
     EXPECT_NE(concealed.output.find(", 1 pictures lost, "), std::string::npos) << concealed.output;
     EXPECT_GE(Count(concealed.output, "QuillonPlay: decode error: "), 2u) << concealed.output;
@@ -258,21 +200,20 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
 {
     const std::string shot = s_dir->Path() + "shot.png";
     DeleteFileA(shot.c_str());
-    const testkit::ProcessRun run =
-        Play("--fast --frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
+    const testkit::ProcessRun run = Play("--fast --frames 5 --screenshot \"" + shot + "\" \"" + Clip("sample.265") + "\"");
     EXPECT_EQ(run.exitCode, 0u) << run.output;
     RgbImage screen;
     ASSERT_TRUE(ReadImage(shot, screen));
     ASSERT_EQ(screen.width, 320);
     ASSERT_EQ(screen.height, 240);
     // The privacy region (60% to 92% of the window, lower right) is hatched grey.
-    int grey = 0, total = 0;
+    int grey = 0;
     for (int y = 150; y < 218; ++y)
-        for (int x = 196; x < 292; ++x, ++total) {
+        for (int x = 196; x < 292; ++x) {
             const unsigned char* p = At(screen, x, y);
             grey += std::abs(p[0] - 128) < 16 && std::abs(p[1] - 128) < 16 && std::abs(p[2] - 128) < 16;
         }
-    EXPECT_GT(grey, total / 4);
+    EXPECT_GT(grey, 68 * 96 / 4);
     // The tracking box's left edge at 10% of the width is green.
     const unsigned char* edge = At(screen, 32, 120);
     EXPECT_TRUE(edge[1] > 200 && edge[0] < 120 && edge[2] < 120)
@@ -281,10 +222,8 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
     // A zoom onto the left quarter shows the white bar across the window.
     const testkit::ProcessRun zoomed = Play("--no-overlay --fast --frames 3 --zoom 0,0,0.125,1 --screenshot \"" + shot +
                                             "\" \"" + Clip("sample.264") + "\"");
-    EXPECT_EQ(zoomed.exitCode, 0u) << zoomed.output;
-    ASSERT_TRUE(ReadImage(shot, screen));
-    for (int x : {10, 160, 310})
-        EXPECT_GT(At(screen, x, 20)[0] + At(screen, x, 20)[1] + At(screen, x, 20)[2], 690) << x;
+    ASSERT_TRUE(ReadImage(shot, screen)) << zoomed.output;
+    for (int x : {10, 160, 310}) EXPECT_GT(At(screen, x, 20)[0] + At(screen, x, 20)[1] + At(screen, x, 20)[2], 690) << x;
 
     // Bad input: a usage message and exit code 1; a missing file: 2.
     EXPECT_EQ(Play("--frames").exitCode, 1u);
@@ -293,9 +232,9 @@ TEST_F(Player, OverlaysAndZoomReachThePngScreenshot)
 
 // QuillonWall: every tile of the wall's screenshot shows the picture its
 // --stats line names as shown last, as FFmpeg decodes it, below the tile's
-// overlay text. 16 tiles in child windows on the DXVK stack; 4 on Wine's own
-// Direct3D, where many devices are slow and a child window's swap chain
-// never reaches the screen, so the tiles are popup windows there.
+// overlay text. 16 tiles in child windows on the DXVK stack; 4 popup tiles
+// on Wine's own Direct3D, where many devices are slow and a child window's
+// swap chain never reaches the screen.
 TEST_F(Player, WallShowsTheLastPictureOfEveryTile)
 {
     const bool dxvk = testkit::OnNv12Stack();
@@ -329,8 +268,9 @@ TEST_F(Player, WallShowsTheLastPictureOfEveryTile)
         EXPECT_EQ(errors, 0);
         ASSERT_TRUE(ReferencePicture(Clip(clip), last, dxvk, reference));
         // Below the text band and inside the tile's 2-pixel frame.
-        const int x0 = i % columns * tileW, y0 = i / columns * tileH, w = tileW - 6, h = tileH - textRows - 3;
-        EXPECT_EQ(Disagreement(screen, x0 + 3, y0 + textRows, reference, 3, textRows, w, h), "");
+        const int x0 = i % columns * tileW, y0 = i / columns * tileH;
+        EXPECT_EQ(Disagreement(screen, x0 + 3, y0 + textRows, reference, 3, textRows, tileW - 6, tileH - textRows - 3),
+                  "");
         // The overlay's text (yellow with a black shadow) covers part of the band above.
         int text = 0;
         for (int y = 4; y < textRows; ++y)
@@ -342,22 +282,13 @@ TEST_F(Player, WallShowsTheLastPictureOfEveryTile)
     }
 }
 
-// A picture whose every sample tells its place: luma from (x, y), chroma
-// from (x, y) of its own plane and `seed`.
+// A picture whose every sample tells its place.
 I420Picture Numbered(int w, int h, int seed)
 {
     I420Picture p;
     p.width = w;
     p.height = h;
-    p.bytes.resize(size_t(w) * h * 3 / 2);
-    uint8_t *u = p.bytes.data() + w * h, *v = u + w * h / 4;
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) p.bytes[y * w + x] = static_cast<uint8_t>(x * 3 + y * 5 + seed);
-    for (int y = 0; y < h / 2; ++y)
-        for (int x = 0; x < w / 2; ++x) {
-            u[y * (w / 2) + x] = static_cast<uint8_t>(16 + x + 2 * y + seed);
-            v[y * (w / 2) + x] = static_cast<uint8_t>(200 - x - y + seed);
-        }
+    for (int i = 0; i < w * h * 3 / 2; ++i) p.bytes.push_back(static_cast<uint8_t>(i * 7 + i / 251 + seed));
     return p;
 }
 
@@ -367,7 +298,7 @@ std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, c
 {
     ComPtr<ID3D11DeviceContext> context;
     device->GetImmediateContext(&context);
-    const int W = pool.Width(), H = pool.Height();
+    const int W = pool.Width(), H = pool.Height(), cw = p.width / 2;
     const D3D11_TEXTURE2D_DESC desc =
         xop::TextureDesc(W, H, DXGI_FORMAT_NV12, D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
     ComPtr<ID3D11Texture2D> staging;
@@ -376,19 +307,16 @@ std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, c
     D3D11_MAPPED_SUBRESOURCE map = {};
     if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &map))) return "cannot map";
     const uint8_t *got = static_cast<const uint8_t*>(map.pData), *u = p.bytes.data() + p.width * p.height;
-    const uint8_t* v = u + p.width * p.height / 4;
     std::string wrong;
-    for (int y = 0; y < H * 3 / 2 && wrong.empty(); ++y) {
+    for (int y = 0; y < H * 3 / 2 && wrong.empty(); ++y)
         for (int x = 0; x < W && wrong.empty(); ++x) {
-            const int c = std::min(y - H, p.height / 2 - 1) * (p.width / 2) + std::min(x / 2, p.width / 2 - 1);
-            const int want = y < H   ? p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)]
-                             : x % 2 ? v[c]
-                                     : u[c];
+            const int c = std::min(y - H, p.height / 2 - 1) * cw + std::min(x / 2, cw - 1);
+            const int want = y < H ? p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)]
+                                   : u[c + (x % 2) * p.width * p.height / 4];
             if (got[y * map.RowPitch + x] != want)
                 wrong = "slice " + std::to_string(slice) + " at " + std::to_string(x) + "," + std::to_string(y) + ": " +
                         std::to_string(got[y * map.RowPitch + x]) + " instead of " + std::to_string(want);
         }
-    }
     context->Unmap(staging.Get(), 0);
     return wrong;
 }

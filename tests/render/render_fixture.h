@@ -1,8 +1,7 @@
 #pragma once
 // The fixture of the render suites: QuillonSDK.dll staged once per process
-// beside the recording Velmor.dll and bound by name, render objects and
-// windows released after each test, the expected error records, and the
-// screen checks the render and robustness suites share.
+// beside the recording Velmor.dll, render objects and windows released after
+// each test, and the screen checks the render and robustness suites share.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,16 +21,6 @@ using testkit::Yuv;
 
 inline QuillonSdkApi& g_sdk = testkit::RecordingTest::sdk;
 inline HMODULE g_module = nullptr;
-
-inline Calls DrawCheck(const std::string& func, int line)
-{
-    return ErrorRecord("render/CLS_D3D11vaDraw.cpp", "CLS_D3D11vaDraw::" + func, line, "CHECK_EQUAL_RETURN");
-}
-
-inline Calls UnknownHandle(const std::string& func, int line)
-{
-    return ErrorRecord("interface/CLS_RenderManager.cpp", "CLS_RenderManager::" + func, line, "IsHandleValid faild!");
-}
 
 // "" when the client pixel (x, y) of `wnd` is `want` within `tolerance`,
 // else what it is. Polls, as presentation is asynchronous; `again`, when
@@ -62,29 +51,6 @@ inline ShowFrameData Slice(ID3D11Texture2D* texture, UINT slice, int w, int h)
     f.width = w;
     f.height = h;
     return f;
-}
-
-// Draw callback that draws from inside the callback, through the exports: a
-// green line along y = 20 (x 10..150, 6 wide), a solid red hatched box
-// (20,60)-(80,100), and a text box of two full blocks at x >= 92, y 55..105.
-inline void QUILLON_CALL DrawOverlays(ShowFrameData*, void* user)
-{
-    const QuillonRenderHandle h = user;
-    OverlayParam line = {0, 0x00FF00, 6, 2, {{10, 20}, {150, 20}}, "", 0.0f, 0, 0, {}};
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_LINE, &line, sizeof(line));
-    // No wider spacing than the stroke: solid.
-    OverlayParam hatch = {0, 0x0000FF, 4, 4, {{20, 60}, {80, 60}, {80, 100}, {20, 100}}, "", 2.0f, 0, 0, {}};
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_BLURRY, &hatch, sizeof(hatch));
-    OverlayParam text = {0, 0xFFFFFF, 40, 0, {{90, 50}, {160, 110}}, "\xe2\x96\x88\xe2\x96\x88", 0.0f, 0, 2, {}};
-    g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
-}
-
-// The overlays of DrawOverlays on screen: the line and the box (the text's
-// pixels depend on the font).
-inline void ExpectOverlays(HWND wnd)
-{
-    EXPECT_EQ(ScreenFault(wnd, 80, 20, {0, 255, 0}, 40), "");
-    EXPECT_EQ(ScreenFault(wnd, 50, 80, {255, 0, 0}, 40), "");
 }
 
 class Render : public testkit::RecordingTest {
@@ -119,9 +85,9 @@ protected:
     // back into `init`.
     QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr, int length = sizeof(RenderInitParam))
     {
-        RenderInitParam local;
+        RenderInitParam local = {};
         init = init ? init : &local;
-        memset(init, 0, sizeof(*init));
+        *init = RenderInitParam{};
         init->hWnd = wnd;
         QuillonRenderHandle h = NewRender();
         EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, init, length), 0);
@@ -157,8 +123,6 @@ protected:
         SetWindowPos(wnd, nullptr, 0, 0, r.right - r.left, r.bottom - r.top, SWP_NOMOVE | SWP_NOZORDER);
         Settle();
     }
-
-    void Forget(QuillonRenderHandle h) { m_handles.erase(std::find(m_handles.begin(), m_handles.end(), h)); }
 
     std::vector<QuillonRenderHandle> m_handles;
     std::vector<HWND> m_windows;

@@ -1,8 +1,7 @@
-// The render family through the exported functions of QuillonSDK.dll, loaded
-// from a staged directory beside the recording Velmor.dll: export table,
-// handles, records copied by length, window tracking, the CPU-data path's
-// pixels, the draw callback and its overlays, configuration commands, and
-// the zoom crop arithmetic.
+// The render family through the exported functions of QuillonSDK.dll beside
+// the recording Velmor.dll: export table, handles, records copied by length,
+// window tracking, the CPU-data path's pixels, the draw callback,
+// configuration commands, and the zoom crop arithmetic.
 #include <d3d11.h>
 
 #include "render/CLS_D3D11vaDraw.h"
@@ -12,33 +11,33 @@
 namespace {
 
 // A CPU picture of one colour, BT.601 by the test's own arithmetic.
-std::string ShowsYuv(HWND wnd, int x, int y, int Y, int U, int V, const std::function<void()>& again = nullptr)
+std::string ShowsYuv(HWND wnd, int x, int y, Yuv c, const std::function<void()>& again = nullptr)
 {
-    return ScreenFault(wnd, x, y, testkit::Bt601ToRgb({Y, U, V}), 6, again);
+    return ScreenFault(wnd, x, y, testkit::Bt601ToRgb(c), 6, again);
 }
 
-// --- exports and handles -------------------------------------------------------
+Calls DrawCheck(const std::string& func, int line)
+{
+    return ErrorRecord("render/CLS_D3D11vaDraw.cpp", "CLS_D3D11vaDraw::" + func, line, "CHECK_EQUAL_RETURN");
+}
+
+Calls UnknownHandle(const std::string& func, int line)
+{
+    return ErrorRecord("interface/CLS_RenderManager.cpp", "CLS_RenderManager::" + func, line, "IsHandleValid faild!");
+}
 
 TEST_F(Render, ExportTableListsThirteenNamesWithOrdinalsInOrder)
 {
-    const auto* base = reinterpret_cast<const unsigned char*>(g_module);
-    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(
-        base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const auto* dir = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(
-        base + nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress);
-    const auto* names = reinterpret_cast<const DWORD*>(base + dir->AddressOfNames);
-    const auto* ordinals = reinterpret_cast<const WORD*>(base + dir->AddressOfNameOrdinals);
-    const char* expected[] = {"QuillonCleanup",        "QuillonDecoderCreate",     "QuillonDecoderDecodeOneFrame",
-                              "QuillonDecoderInitial", "QuillonDecoderRelease",    "QuillonRenderConfig",
-                              "QuillonRenderCreate",   "QuillonRenderGetDrawInfo", "QuillonRenderInitDevice",
-                              "QuillonRenderRelease",  "QuillonRenderSetWnd",      "QuillonRenderShowFrame",
-                              "QuillonStartup"};
-    ASSERT_EQ(dir->NumberOfNames, 13u);
-    ASSERT_EQ(dir->NumberOfFunctions, 13u);
-    for (DWORD i = 0; i < 13; ++i) {
-        EXPECT_STREQ(reinterpret_cast<const char*>(base + names[i]), expected[i]);
-        EXPECT_EQ(dir->Base + ordinals[i], i + 1) << expected[i];
+    const char* names[] = {"QuillonCleanup",        "QuillonDecoderCreate",     "QuillonDecoderDecodeOneFrame",
+                           "QuillonDecoderInitial", "QuillonDecoderRelease",    "QuillonRenderConfig",
+                           "QuillonRenderCreate",   "QuillonRenderGetDrawInfo", "QuillonRenderInitDevice",
+                           "QuillonRenderRelease",  "QuillonRenderSetWnd",      "QuillonRenderShowFrame",
+                           "QuillonStartup"};
+    for (WORD ordinal = 1; ordinal <= 13; ++ordinal) {
+        EXPECT_NE(GetProcAddress(g_module, names[ordinal - 1]), nullptr) << names[ordinal - 1];
+        EXPECT_EQ(GetProcAddress(g_module, MAKEINTRESOURCEA(ordinal)), GetProcAddress(g_module, names[ordinal - 1]));
     }
+    EXPECT_EQ(GetProcAddress(g_module, MAKEINTRESOURCEA(14)), nullptr);
 }
 
 TEST_F(Render, UnknownHandlesAreRefusedWithTheManagersPosition)
@@ -99,9 +98,8 @@ TEST_F(Render, NullRecordsBeforeAndAfterTheDeviceAndReleaseOnce)
     // Initialising again makes a new device and lets go of the first one.
     IUnknown* first = static_cast<IUnknown*>(init.device);
     first->AddRef();
-    init.device = nullptr;
     EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, &init, sizeof(init)), 0);
-    ASSERT_NE(init.device, nullptr);
+    EXPECT_NE(init.device, first);
     EXPECT_EQ(first->Release(), 0u);
     EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, nullptr, 112), -101);
     EXPECT_EQ(TakeVelmorCalls(), DrawCheck("ShowFrame", 73));
@@ -110,7 +108,7 @@ TEST_F(Render, NullRecordsBeforeAndAfterTheDeviceAndReleaseOnce)
     EXPECT_EQ(Show(h, CpuFrame(picture, 16, 16)), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 
-    Forget(h);
+    m_handles.pop_back();
     EXPECT_EQ(g_sdk.QuillonRenderRelease(h), 1);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
     EXPECT_EQ(g_sdk.QuillonRenderRelease(h), -1);
@@ -119,21 +117,18 @@ TEST_F(Render, NullRecordsBeforeAndAfterTheDeviceAndReleaseOnce)
 
 // --- the CPU-data path -----------------------------------------------------------
 
-TEST_F(Render, CpuPicturesShowTheirColoursAndShortRecordsTakeTheCpuPath)
+TEST_F(Render, CpuPicturesFillTheWindowInTheirColoursAndShortRecordsTakeTheCpuPath)
 {
     HWND wnd = NewWindow(20, 20, 160, 120);
-    RenderInitParam init;
-    QuillonRenderHandle h = OnWindow(wnd, &init);
-    void* device = nullptr;
-    g_sdk.QuillonRenderGetDrawInfo(h, &device, 8);
-    EXPECT_EQ(device, init.device);
-
+    QuillonRenderHandle h = OnWindow(wnd);
+    // Colours far apart, so each BT.601 coefficient shows.
     for (const Yuv c : {Yuv{81, 90, 240}, Yuv{145, 54, 34}, Yuv{41, 240, 110}, Yuv{180, 60, 200}}) {
         std::vector<uint8_t> picture = SolidI420(64, 48, c.y, c.u, c.v);
         EXPECT_EQ(Show(h, CpuFrame(picture, 64, 48)), 0);
-        for (POINT p : {POINT{80, 60}, POINT{3, 3}, POINT{156, 116}})
-            EXPECT_EQ(ShowsYuv(wnd, p.x, p.y, c.y, c.u, c.v), "");
+        EXPECT_EQ(ShowsYuv(wnd, 80, 60, c), "");
     }
+    EXPECT_EQ(ShowsYuv(wnd, 3, 3, {180, 60, 200}), "");  // the picture fills the window
+    EXPECT_EQ(ShowsYuv(wnd, 156, 116, {180, 60, 200}), "");
 
     // 24 bytes reach the renderer: the texture (offset 24) is zeroed.
     std::vector<uint8_t> picture = SolidI420(64, 48, 210, 16, 146);
@@ -141,31 +136,22 @@ TEST_F(Render, CpuPicturesShowTheirColoursAndShortRecordsTakeTheCpuPath)
     f.texture = reinterpret_cast<void*>(0x10);
     f.lineSize = 999;
     EXPECT_EQ(Show(h, f, 24), 0);
-    EXPECT_EQ(ShowsYuv(wnd, 80, 60, 210, 16, 146), "");
-    // Neither texture nor data: the CPU path refuses.
-    f.data = nullptr;
+    EXPECT_EQ(ShowsYuv(wnd, 80, 60, {210, 16, 146}), "");
+    f.data = nullptr;  // neither texture nor data: the CPU path refuses
     EXPECT_EQ(Show(h, f, 24), -1);
-}
 
-TEST_F(Render, PaddedLumaRowsStillFindChromaAtWidthTimesHeight)
-{
-    HWND wnd = NewWindow(200, 20, 128, 96);
-    QuillonRenderHandle h = OnWindow(wnd, nullptr, 8);  // 8 bytes: the window alone
-    // Y rows of 128 bytes for a 64 x 48 picture, U at w*h = 3072 and V at
-    // 5*w*h/4 = 3840 with chroma rows of 64 bytes: the planes overlap, as a
-    // padding host's do. Runs of constant bytes make every plane rule give
-    // another colour.
-    std::vector<uint8_t> buf(128 * 48 * 2, 16);
-    memset(&buf[0], 200, 3072);
-    memset(&buf[3072], 90, 3840 - 3072);
-    memset(&buf[3840], 240, 128 * 48 - 3840);
-    ShowFrameData f = CpuFrame(buf, 64, 48);
+    // Y rows of 128 bytes for a 64 x 48 picture: U still at w*h = 3072 and V
+    // at 5*w*h/4 = 3840, chroma rows of 64 bytes, the planes overlapping as a
+    // padding host's do. Runs of constant bytes give each plane rule another colour.
+    std::vector<uint8_t> padded(128 * 48 * 2, 16);
+    memset(&padded[0], 200, 3072);
+    memset(&padded[3072], 90, 3840 - 3072);
+    memset(&padded[3840], 240, 128 * 48 - 3840);
+    f = CpuFrame(padded, 64, 48);
     f.lineSize = 128;
     EXPECT_EQ(Show(h, f), 0);
-    // Rows 0-10: Y 200 (row bytes below 3072), U 90, V 240.
-    EXPECT_EQ(ShowsYuv(wnd, 64, 10, 200, 90, 240), "");
-    // Rows 32-47: Y rows at 4096 and later, chroma rows 16-23 at 4096+ and 4864+.
-    EXPECT_EQ(ShowsYuv(wnd, 64, 80, 240, 240, 240), "");
+    EXPECT_EQ(ShowsYuv(wnd, 80, 12, {200, 90, 240}), "");   // rows 0-10
+    EXPECT_EQ(ShowsYuv(wnd, 80, 100, {240, 240, 240}), "");  // rows 32-47: bytes from 4096 on
 }
 
 // --- window tracking ---------------------------------------------------------------
@@ -183,9 +169,7 @@ TEST_F(Render, OddClientRectResizesOnceAndWindowResizeIsLoggedOnce)
               ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", 59, "CHECK_UNEQUAL_RETURN"));
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
-    Settle();
-    EXPECT_EQ(ShowsYuv(wnd, 80, 60, 81, 90, 240, [&] { Show(h, f); }), "");
-    EXPECT_EQ(ShowsYuv(wnd, 160, 120, 81, 90, 240), "");
+    EXPECT_EQ(ShowsYuv(wnd, 160, 120, {81, 90, 240}, [&] { Show(h, f); }), "");
 
     ResizeClient(wnd, 200, 150);
     EXPECT_EQ(Show(h, f), 0);
@@ -194,8 +178,7 @@ TEST_F(Render, OddClientRectResizesOnceAndWindowResizeIsLoggedOnce)
         (Calls{"sdk_log_get_level", "sdk_log_msg(CLS_D3D11vaDraw::ShowFrame Windows Size Changed Recreate Render)"}));
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
-    // The swap chain is new: DXVK may show its picture only after a later present.
-    EXPECT_EQ(ShowsYuv(wnd, 196, 146, 81, 90, 240, [&] { Show(h, f); }), "");
+    EXPECT_EQ(ShowsYuv(wnd, 196, 146, {81, 90, 240}, [&] { Show(h, f); }), "");
 }
 
 struct Seen {
@@ -205,10 +188,7 @@ struct Seen {
     void* user = nullptr;
 } g_seen;
 
-void QUILLON_CALL CountingCallback(ShowFrameData* frame, void* user)
-{
-    g_seen = {g_seen.calls + 1, *frame, frame, user};
-}
+void QUILLON_CALL CountingCallback(ShowFrameData* frame, void* user) { g_seen = {g_seen.calls + 1, *frame, frame, user}; }
 
 void QUILLON_CALL OtherCallback(ShowFrameData*, void* user)
 {
@@ -216,13 +196,35 @@ void QUILLON_CALL OtherCallback(ShowFrameData*, void* user)
     g_seen.user = user;
 }
 
-TEST_F(Render, MinimisedWindowShowsNothingAndSetWndMovesToAnotherWindow)
+// --- draw callback and configuration commands -----------------------------------------
+
+// The callback gets a copy of the record once per picture shown; none while
+// the window is minimised; pictures follow SetWnd to another window.
+TEST_F(Render, DrawCallbackPartialPayloadsMinimisedWindowAndSetWnd)
 {
     HWND wnd = NewWindow(20, 200, 96, 64);
     QuillonRenderHandle h = OnWindow(wnd);
-    ASSERT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, nullptr}), 0);
+    int userA = 1, userB = 2;
+    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, &userA}), 0);
     std::vector<uint8_t> picture = SolidI420(32, 32, 41, 240, 110);
-    const ShowFrameData f = CpuFrame(picture, 32, 32);
+    ShowFrameData f = CpuFrame(picture, 32, 32);
+    f.eraseOnRelease = 7;
+    f.arraySlice = 3;
+    EXPECT_EQ(Show(h, f), 0);
+    EXPECT_EQ(Show(h, f), 0);
+    EXPECT_EQ(g_seen.calls, 2);
+    EXPECT_EQ(memcmp(&g_seen.frame, &f, sizeof(f)), 0);
+    EXPECT_NE(g_seen.address, static_cast<const void*>(&f));
+    EXPECT_EQ(g_seen.user, &userA);
+
+    // 8 bytes replace the callback and keep the user pointer; 0 bytes keep both.
+    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{OtherCallback, &userB}, 8), 0);
+    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, &userB}, 0), 0);
+    g_seen.calls = 0;
+    EXPECT_EQ(Show(h, f), 0);
+    EXPECT_EQ(g_seen.calls, 100);
+    EXPECT_EQ(g_seen.user, &userA);
+    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, nullptr}), 0);
 
     g_seen.calls = 0;
     ShowWindow(wnd, SW_MINIMIZE);
@@ -240,43 +242,13 @@ TEST_F(Render, MinimisedWindowShowsNothingAndSetWndMovesToAnotherWindow)
     EXPECT_EQ(before, after);
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(g_seen.calls, 1);
-    EXPECT_EQ(ShowsYuv(other, 48, 32, 41, 240, 110, [&] { Show(h, f); }), "");
-
+    EXPECT_EQ(ShowsYuv(other, 48, 32, {41, 240, 110}, [&] { Show(h, f); }), "");
     // Onto the window it already shows on: the old swap chain and all that
     // holds it go before the new one is made, and pictures go on.
     EXPECT_EQ(g_sdk.QuillonRenderSetWnd(h, other), 0);
     std::vector<uint8_t> second = SolidI420(32, 32, 180, 60, 200);
-    EXPECT_EQ(ShowsYuv(other, 48, 32, 180, 60, 200, [&] { EXPECT_EQ(Show(h, CpuFrame(second, 32, 32)), 0); }), "");
+    EXPECT_EQ(ShowsYuv(other, 48, 32, {180, 60, 200}, [&] { EXPECT_EQ(Show(h, CpuFrame(second, 32, 32)), 0); }), "");
     EXPECT_EQ(g_sdk.QuillonRenderSetWnd(h, reinterpret_cast<HWND>(0x4321)), -1);
-}
-
-// --- draw callback and configuration commands -----------------------------------------
-
-TEST_F(Render, DrawCallbackGetsTheRecordCopyOncePerPictureAndPartialPayloads)
-{
-    QuillonRenderHandle h = OnWindow(NewWindow(360, 200, 64, 64));
-    int userA = 1, userB = 2;
-    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, &userA}), 0);
-    std::vector<uint8_t> picture = SolidI420(32, 16, 100, 128, 128);
-    ShowFrameData f = CpuFrame(picture, 32, 16);
-    f.eraseOnRelease = 7;
-    f.arraySlice = 3;
-
-    g_seen.calls = 0;
-    EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, &f, sizeof(f)), 0);
-    EXPECT_EQ(g_sdk.QuillonRenderShowFrame(h, &f, sizeof(f)), 0);
-    EXPECT_EQ(g_seen.calls, 2);
-    EXPECT_EQ(memcmp(&g_seen.frame, &f, sizeof(f)), 0);
-    EXPECT_NE(g_seen.address, static_cast<const void*>(&f));
-    EXPECT_EQ(g_seen.user, &userA);
-
-    // 8 bytes replace the callback and keep the user pointer; 0 bytes keep both.
-    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{OtherCallback, &userB}, 8), 0);
-    EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, &userB}, 0), 0);
-    g_seen.calls = 0;
-    EXPECT_EQ(Show(h, f), 0);
-    EXPECT_EQ(g_seen.calls, 100);
-    EXPECT_EQ(g_seen.user, &userA);
 
     // A null callback switches it off.
     EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{nullptr, nullptr}), 0);
@@ -331,24 +303,6 @@ TEST(RenderObject, ZoomAndDestinationPayloadsAreCopiedByLength)
     EXPECT_EQ(draw.Config(QUILLON_CMD_SET_DST_RECT, &d, -5), 0);  // negative: nothing copied
     EXPECT_EQ(dst(), (std::vector<int>{0, 0, 0, 0}));
 }
-
-TEST_F(Render, OverlaysFromInsideTheCallbackReachTheScreen)
-{
-    HWND wnd = NewWindow(480, 20, 160, 120);
-    QuillonRenderHandle h = OnWindow(wnd);
-    ASSERT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{DrawOverlays, h}), 0);
-    std::vector<uint8_t> black = SolidI420(32, 32, 16, 128, 128);
-    EXPECT_EQ(Show(h, CpuFrame(black, 32, 32)), 0);
-    ExpectOverlays(wnd);
-    EXPECT_EQ(ScreenFault(wnd, 50, 110, {0, 0, 0}, 40), "");
-    // Some of the text box is lit (which pixels depends on the font).
-    int lit = 0;
-    for (int y = 55; y < 105; y += 3)
-        for (int x = 92; x < 158; x += 3) lit += GetRValue(testkit::ClientPixel(wnd, x, y)) > 128;
-    EXPECT_GT(lit, 0);
-}
-
-// --- the zoom crop ------------------------------------------------------------------------
 
 TEST(ZoomSourceRect, RoundsToFourCorrectsPaddedHeightsAndMakesEven)
 {
