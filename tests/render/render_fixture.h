@@ -27,8 +27,7 @@ inline HMODULE g_module = nullptr;
 // given, shows the picture once more between short polls (a swap chain made
 // anew may drop its first pictures).
 inline std::string ScreenFault(HWND wnd, int x, int y, Rgb want, int tolerance = 3,
-                               const std::function<void()>& again = nullptr)
-{
+                               const std::function<void()>& again = nullptr) {
     auto ok = [&](COLORREF c) { return testkit::Near(c, want.r, want.g, want.b, tolerance); };
     COLORREF c = 0;
     for (int i = 0; i < 20; ++i) {
@@ -38,13 +37,12 @@ inline std::string ScreenFault(HWND wnd, int x, int y, Rgb want, int tolerance =
     }
     if (ok(c)) return "";
     return "pixel (" + std::to_string(x) + "," + std::to_string(y) + ") is " + std::to_string(GetRValue(c)) + "," +
-           std::to_string(GetGValue(c)) + "," + std::to_string(GetBValue(c)) + ", not " + std::to_string(want.r) +
-           "," + std::to_string(want.g) + "," + std::to_string(want.b);
+           std::to_string(GetGValue(c)) + "," + std::to_string(GetBValue(c)) + ", not " + std::to_string(want.r) + "," +
+           std::to_string(want.g) + "," + std::to_string(want.b);
 }
 
 // A slice of a decoder-shaped texture array as QuillonRenderShowFrame takes it.
-inline ShowFrameData Slice(ID3D11Texture2D* texture, UINT slice, int w, int h)
-{
+inline ShowFrameData Slice(ID3D11Texture2D* texture, UINT slice, int w, int h) {
     ShowFrameData f = {};
     f.texture = texture;
     f.arraySlice = slice;
@@ -55,27 +53,23 @@ inline ShowFrameData Slice(ID3D11Texture2D* texture, UINT slice, int w, int h)
 
 class Render : public testkit::RecordingTest {
 protected:
-    static void SetUpTestSuite()
-    {
+    static void SetUpTestSuite() {
         Start("render");
         g_module = Stage("render").module;
     }
 
-    void TearDown() override
-    {
+    void TearDown() override {
         for (QuillonRenderHandle h : m_handles) g_sdk.QuillonRenderRelease(h);
         for (HWND w : m_windows) DestroyWindow(w);
     }
 
-    QuillonRenderHandle NewRender()
-    {
+    QuillonRenderHandle NewRender() {
         m_handles.push_back(g_sdk.QuillonRenderCreate(nullptr, 0));
         EXPECT_NE(m_handles.back(), nullptr);
         return m_handles.back();
     }
 
-    HWND NewWindow(int x, int y, int w, int h)
-    {
+    HWND NewWindow(int x, int y, int w, int h) {
         m_windows.push_back(testkit::CreateTestWindow(x, y, w, h));
         Settle();
         return m_windows.back();
@@ -83,8 +77,7 @@ protected:
 
     // A render object on `wnd` (none: a device alone); its device written
     // back into `init`.
-    QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr, int length = sizeof(RenderInitParam))
-    {
+    QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr, int length = sizeof(RenderInitParam)) {
         RenderInitParam local = {};
         init = init ? init : &local;
         *init = RenderInitParam{};
@@ -95,29 +88,25 @@ protected:
         return h;
     }
 
-    static int Show(QuillonRenderHandle h, ShowFrameData f, int length = sizeof(ShowFrameData))
-    {
+    static int Show(QuillonRenderHandle h, ShowFrameData f, int length = sizeof(ShowFrameData)) {
         return g_sdk.QuillonRenderShowFrame(h, &f, length);
     }
 
     template <typename T>
-    static int Config(QuillonRenderHandle h, unsigned command, T payload, int length = sizeof(T))
-    {
+    static int Config(QuillonRenderHandle h, unsigned command, T payload, int length = sizeof(T)) {
         return g_sdk.QuillonRenderConfig(h, command, &payload, length);
     }
 
     // Runs the message loop a moment, as a host does between creating or
     // resizing a window and drawing into it.
-    static void Settle()
-    {
+    static void Settle() {
         for (int i = 0; i < 20; ++i) {
             testkit::PumpMessages();
             Sleep(10);
         }
     }
 
-    static void ResizeClient(HWND wnd, int w, int h)
-    {
+    static void ResizeClient(HWND wnd, int w, int h) {
         RECT r = {0, 0, w, h};
         AdjustWindowRect(&r, WS_POPUP, FALSE);
         SetWindowPos(wnd, nullptr, 0, 0, r.right - r.left, r.bottom - r.top, SWP_NOMOVE | SWP_NOZORDER);

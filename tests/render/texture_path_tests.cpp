@@ -29,8 +29,7 @@ class TexturePath : public Render {
 protected:
     // A render object on a new w x h window at (x, y), and a decoder-shaped
     // pool for pw x ph pictures on its device.
-    void Scene(int x, int y, int w, int h, int pw, int ph)
-    {
+    void Scene(int x, int y, int w, int h, int pw, int ph) {
         wnd = NewWindow(x, y, w, h);
         RenderInitParam init;
         render = OnWindow(wnd, &init);
@@ -39,12 +38,10 @@ protected:
         ASSERT_TRUE(pool->Ok());
     }
     // "" when (x, y) of `on` shows `want`, `f` shown again until it does.
-    std::string ShowsAt(const ShowFrameData& f, HWND on, int x, int y, Rgb want)
-    {
+    std::string ShowsAt(const ShowFrameData& f, HWND on, int x, int y, Rgb want) {
         return ScreenFault(on, x, y, want, 3, [&] { EXPECT_EQ(Show(render, f), 0); });
     }
-    int ReadBack(QuillonRenderHandle h, NV12ReadBack& rb, int length = sizeof(NV12ReadBack))
-    {
+    int ReadBack(QuillonRenderHandle h, NV12ReadBack& rb, int length = sizeof(NV12ReadBack)) {
         return g_sdk.QuillonRenderConfig(h, QUILLON_CMD_TEXTURE2D_TO_NV12, &rb, length);
     }
 
@@ -54,8 +51,9 @@ protected:
     std::unique_ptr<DecoderPool> pool;
 };
 
-TEST_F(TexturePath, SliceQuadrantsShowInBt709AndPaddingRowsNever)
-{
+// Then a fixed quarter-size destination follows a resized window and a new
+// window: a swap chain not rebuilt at the new size would stretch it.
+TEST_F(TexturePath, SliceQuadrantsShowInBt709PaddingRowsNeverAndFollowTheWindow) {
     Scene(20, 20, 480, 270, 1920, 1080);
     ASSERT_EQ(pool->Height(), 1088);
     const Yuv red = testkit::Bt709FromRgb({200, 40, 30}), green = testkit::Bt709FromRgb({30, 190, 60});
@@ -64,43 +62,31 @@ TEST_F(TexturePath, SliceQuadrantsShowInBt709AndPaddingRowsNever)
     picture.Quadrants(1080, red, green, blue, white);
     ASSERT_TRUE(pool->Write(3, picture));
     QUILLON_REQUIRE_NV12_SAMPLING(device);
-    // A decoder reporting its padded height shows 1080 rows as well. 4:1
-    // down, the last row samples source rows 1077-1078, where a 1088-row crop
-    // would reach the magenta padding.
-    for (int height : {1080, 1088}) {
-        const ShowFrameData f = Slice(pool->Texture(), 3, 1920, height);
-        EXPECT_EQ(ShowsAt(f, wnd, 120, 67, Rgb709(red)), "") << height;
-        EXPECT_EQ(ScreenFault(wnd, 360, 67, Rgb709(green)), "");
-        EXPECT_EQ(ShowsAt(f, wnd, 120, 269, Rgb709(blue)), "");
-        EXPECT_EQ(ShowsAt(f, wnd, 360, 269, Rgb709(white)), "");
-    }
+    // A decoder reporting its padded height 1088 shows 1080 rows: 4:1 down, the
+    // last row samples source rows 1077-1078, where a 1088-row crop would
+    // reach the magenta padding (other heights: ZoomSourceRect's table).
+    const ShowFrameData f = Slice(pool->Texture(), 3, 1920, 1088);
+    EXPECT_EQ(ShowsAt(f, wnd, 120, 67, Rgb709(red)), "");
+    EXPECT_EQ(ScreenFault(wnd, 360, 67, Rgb709(green)), "");
+    EXPECT_EQ(ShowsAt(f, wnd, 120, 269, Rgb709(blue)), "");
+    EXPECT_EQ(ShowsAt(f, wnd, 360, 269, Rgb709(white)), "");
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
-}
 
-TEST_F(TexturePath, DecoderPicturesFollowAResizedWindowAndANewWindow)
-{
-    Scene(680, 200, 320, 180, 320, 180);
-    const Yuv green = testkit::Bt709FromRgb({30, 190, 60});
-    ASSERT_TRUE(pool->Write(2, Nv12Picture(320, 192, green)));
-    QUILLON_REQUIRE_NV12_SAMPLING(device);
-    // A fixed 160 x 90 destination: a swap chain not rebuilt at the new size would stretch it.
-    const ShowFrameData f = Slice(pool->Texture(), 2, 320, 180);
-    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 160, 90}), 0);
-    EXPECT_EQ(ShowsAt(f, wnd, 150, 80, Rgb709(green)), "");
-    ResizeClient(wnd, 480, 270);
-    EXPECT_EQ(ShowsAt(f, wnd, 150, 80, Rgb709(green)), "");
-    EXPECT_EQ(ShowsAt(f, wnd, 200, 80, kBlack), "");
-    HWND other = NewWindow(680, 500, 240, 135);  // a window of its own
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 240, 134}), 0);
+    EXPECT_EQ(ShowsAt(f, wnd, 230, 125, Rgb709(white)), "");
+    ResizeClient(wnd, 640, 360);
+    EXPECT_EQ(ShowsAt(f, wnd, 230, 125, Rgb709(white)), "");
+    EXPECT_EQ(ShowsAt(f, wnd, 260, 125, kBlack), "");
+    HWND other = NewWindow(680, 20, 320, 180);  // a window of its own
     ASSERT_EQ(g_sdk.QuillonRenderSetWnd(render, other), 0);
-    EXPECT_EQ(ShowsAt(f, other, 150, 80, Rgb709(green)), "");
-    EXPECT_EQ(ShowsAt(f, other, 170, 80, kBlack), "");
+    EXPECT_EQ(ShowsAt(f, other, 230, 125, Rgb709(white)), "");
+    EXPECT_EQ(ShowsAt(f, other, 260, 125, kBlack), "");
 }
 
 // Byte-exact read-back of the visible 720 rows from an array padded to 736,
 // through a staging texture made once at the first size (16-aligned), and
 // copied back to the host by length.
-TEST_F(TexturePath, ReadBackBytesEqualTheSliceThroughOneStagingTexture)
-{
+TEST_F(TexturePath, ReadBackBytesEqualTheSliceThroughOneStagingTexture) {
     RenderInitParam init;
     QuillonRenderHandle h = OnWindow(nullptr, &init, 4096);  // more than 72: 72 copied
     DecoderPool hd(DeviceOf(init), 1280, 720), large(DeviceOf(init), 1920, 1080, 2);
@@ -137,8 +123,7 @@ TEST_F(TexturePath, ReadBackBytesEqualTheSliceThroughOneStagingTexture)
 
 // Sources the renderer must not copy from: refused with -1 from ShowFrame
 // (read-back: the host's outputs left as sent) and one record, on any stack.
-TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused)
-{
+TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused) {
     Scene(20, 720, 64, 64, 64, 64);
     ComPtr<ID3D11Device> foreign;
     ASSERT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0,
@@ -174,30 +159,27 @@ TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused)
     EXPECT_EQ(Show(render, Slice(pool->Texture(), 1, 64, 64)), testkit::CanSampleNv12(device) ? 0 : -1);
     TakeVelmorCalls();
     // Empty, inverted or wholly outside the picture: nothing left to show.
-    for (EZoomArea zoom : {EZoomArea{0.5, 0.5, 0.5, 0.9}, EZoomArea{0.8, 0.1, 0.2, 0.9},
-                           EZoomArea{1.5, 0.0, 2.0, 1.0}, EZoomArea{0.5, 0.5, 0.0, 0.0}}) {
+    for (EZoomArea zoom : {EZoomArea{0.5, 0.5, 0.5, 0.9}, EZoomArea{0.8, 0.1, 0.2, 0.9}, EZoomArea{1.5, 0.0, 2.0, 1.0},
+                           EZoomArea{0.5, 0.5, 0.0, 0.0}}) {
         ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, zoom), 0);
         EXPECT_EQ(Show(render, Slice(pool->Texture(), 1, 64, 64)), -1);
         EXPECT_EQ(TakeVelmorCalls(), ErrorRecord(file, show, 83, "zoom area leaves no picture"));
     }
 }
 
-// --- in-process ---------------------------------------------------------------------
-
-TEST(TextureBoxes, CopiesNeverReachOutsideTheirSource)
-{
+TEST(TextureBoxes, CopiesNeverReachOutsideTheirSource) {
     using Box = std::vector<UINT>;
     auto fit = [](RECT want, UINT w, UINT h) {
         D3D11_BOX b = {9, 9, 9, 9, 9, 9};
         return FitBox(want, w, h, &b) ? Box{b.left, b.top, b.front, b.right, b.bottom, b.back} : Box{};
     };
     EXPECT_EQ(fit({480, 270, 1440, 810}, 1920, 1088), (Box{480, 270, 0, 1440, 810, 1}));  // a zoom crop
-    EXPECT_EQ(fit({0, 0, 1280, 720}, 1280, 736), (Box{0, 0, 0, 1280, 720, 1}));       // 16-aligned staging
-    EXPECT_EQ(fit({-2, -4, 3840, 2176}, 1920, 1088), (Box{0, 0, 0, 1920, 1088, 1}));  // cut to the source
-    EXPECT_EQ(fit({32, 32, 32, 64}, 64, 64), Box{});                                  // empty
-    EXPECT_EQ(fit({40, 0, 20, 10}, 64, 64), Box{});                                   // inverted
-    EXPECT_EQ(fit({96, 0, 128, 64}, 64, 64), Box{});                                  // wholly outside
-    EXPECT_EQ(fit({-64, -64, -2, -2}, 64, 64), Box{});                                // outside, negative
+    EXPECT_EQ(fit({0, 0, 1280, 720}, 1280, 736), (Box{0, 0, 0, 1280, 720, 1}));           // 16-aligned staging
+    EXPECT_EQ(fit({-2, -4, 3840, 2176}, 1920, 1088), (Box{0, 0, 0, 1920, 1088, 1}));      // cut to the source
+    EXPECT_EQ(fit({32, 32, 32, 64}, 64, 64), Box{});                                      // empty
+    EXPECT_EQ(fit({40, 0, 20, 10}, 64, 64), Box{});                                       // inverted
+    EXPECT_EQ(fit({96, 0, 128, 64}, 64, 64), Box{});                                      // wholly outside
+    EXPECT_EQ(fit({-64, -64, -2, -2}, 64, 64), Box{});                                    // outside, negative
     for (HRESULT lost : {DXGI_ERROR_DEVICE_REMOVED, DXGI_ERROR_DEVICE_RESET}) EXPECT_TRUE(xop::IsDeviceLost(lost));
     for (HRESULT other : {DXGI_ERROR_WAS_STILL_DRAWING, E_FAIL, S_OK}) EXPECT_FALSE(xop::IsDeviceLost(other));
 }
@@ -206,15 +188,13 @@ TEST(TextureBoxes, CopiesNeverReachOutsideTheirSource)
 class Probe : public CLS_D3D11vaRenderer {
 public:
     using xop::D3D11Renderer::EnsureInputTextures;
-    explicit Probe(int x) : window(testkit::CreateTestWindow(x, 20, 64, 64)) { testkit::PumpMessages(); }
-    ~Probe() override
-    {
+    Probe() : window(testkit::CreateTestWindow(20, 20, 64, 64)) { testkit::PumpMessages(); }
+    ~Probe() override {
         Destroy();
         DestroyWindow(window);
     }
     ID3D11Texture2D* Staging() const { return m_stagingTexture; }
-    D3D11_TEXTURE2D_DESC InputDesc() const
-    {
+    D3D11_TEXTURE2D_DESC InputDesc() const {
         D3D11_TEXTURE2D_DESC d = {};
         m_inputTextures[xop::kInputNv12]->GetTexture()->GetDesc(&d);
         return d;
@@ -222,9 +202,11 @@ public:
     HWND window;
 };
 
-TEST(TextureRecovery, ReadBackStagingIsMadeAgainOnTheNewDevice)
-{
-    Probe r(20);
+// The read-back's staging texture goes with the device and is made again on
+// the new one. The texture path copies into a DEFAULT texture (never
+// DYNAMIC); a CPU NV12 upload maps a DYNAMIC one with WRITE_DISCARD.
+TEST(TextureRecovery, ReadBackStagingIsMadeAgainOnTheNewDeviceAndInputTexturesSuitTheirPath) {
+    Probe r;
     xop::Renderer& base = r;  // recovery goes through the virtual table
     ASSERT_TRUE(base.Init(r.window));
     DecoderPool old(r.GetDevice(), 64, 48);
@@ -236,29 +218,20 @@ TEST(TextureRecovery, ReadBackStagingIsMadeAgainOnTheNewDevice)
     EXPECT_EQ(r.Staging(), nullptr);
     ASSERT_TRUE(base.Init(r.window));
     DecoderPool fresh(r.GetDevice(), 64, 48);
-    EXPECT_EQ(r.Texture2DToNV12(fresh.Texture(), 2, 64, 48, &data, &pitch), 0);
+    EXPECT_EQ(r.Texture2DToNV12(fresh.Texture(), 1, 64, 48, &data, &pitch), 0);
     ASSERT_NE(r.Staging(), nullptr);
     ComPtr<ID3D11Device> owner;
     r.Staging()->GetDevice(&owner);
     EXPECT_EQ(owner.Get(), r.GetDevice());
-    EXPECT_EQ(r.Texture2DToNV12(old.Texture(), 1, 64, 48, &data, &pitch), -1);  // the old device's array
-}
 
-// The copy target of the texture path is a DEFAULT texture (never DYNAMIC); a
-// CPU NV12 upload's is DYNAMIC, mapped with WRITE_DISCARD.
-TEST(TextureInput, CopyTargetIsDefaultAndUploadTargetDynamic)
-{
-    Probe r(100);
-    ASSERT_TRUE(r.Init(r.window));
     QUILLON_REQUIRE_NV12_SAMPLING(r.GetDevice());
-    DecoderPool pool(r.GetDevice(), 64, 64);
-    ShowFrameData f = Slice(pool.Texture(), 1, 64, 64);
+    ShowFrameData f = Slice(fresh.Texture(), 1, 64, 48);
     ASSERT_EQ(r.ShowDecodedFrame(&f), 0);
     D3D11_TEXTURE2D_DESC d = r.InputDesc();
     EXPECT_EQ(d.Usage, D3D11_USAGE_DEFAULT);
     EXPECT_EQ(d.BindFlags, UINT(D3D11_BIND_SHADER_RESOURCE));
     EXPECT_EQ(d.CPUAccessFlags, 0u);
-    r.EnsureInputTextures(64, 64, xop::kFrameNv12);
+    r.EnsureInputTextures(64, 48, xop::kFrameNv12);
     d = r.InputDesc();
     EXPECT_EQ(d.Usage, D3D11_USAGE_DYNAMIC);
     EXPECT_EQ(d.CPUAccessFlags, UINT(D3D11_CPU_ACCESS_WRITE));
