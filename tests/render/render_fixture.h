@@ -1,7 +1,6 @@
 #pragma once
-// The fixture of the render suites: QuillonSDK.dll staged once per process
-// beside the recording Velmor.dll, render objects and windows released after
-// each test, and the screen checks the render and robustness suites share.
+// The render suites' fixture (QuillonSDK.dll staged beside the recording Velmor.dll,
+// objects and windows released after each test) and the screen checks they share.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,10 +21,8 @@ using testkit::Yuv;
 inline QuillonSdkApi& g_sdk = testkit::RecordingTest::sdk;
 inline HMODULE g_module = nullptr;
 
-// "" when the client pixel (x, y) of `wnd` is `want` within `tolerance`,
-// else what it is. Polls, as presentation is asynchronous; `again`, when
-// given, shows the picture once more between short polls (a swap chain made
-// anew may drop its first pictures).
+// "" when client pixel (x, y) of `wnd` is `want`, else what it is. Polls; `again` shows
+// the picture once more between short polls (a new swap chain may drop its first pictures).
 inline std::string ScreenFault(HWND wnd, int x, int y, Rgb want, int tolerance = 3,
                                const std::function<void()>& again = nullptr) {
     auto ok = [&](COLORREF c) { return testkit::Near(c, want.r, want.g, want.b, tolerance); };
@@ -37,8 +34,7 @@ inline std::string ScreenFault(HWND wnd, int x, int y, Rgb want, int tolerance =
     }
     if (ok(c)) return "";
     return "pixel (" + std::to_string(x) + "," + std::to_string(y) + ") is " + std::to_string(GetRValue(c)) + "," +
-           std::to_string(GetGValue(c)) + "," + std::to_string(GetBValue(c)) + ", not " + std::to_string(want.r) + "," +
-           std::to_string(want.g) + "," + std::to_string(want.b);
+           std::to_string(GetGValue(c)) + "," + std::to_string(GetBValue(c));
 }
 
 // A slice of a decoder-shaped texture array as QuillonRenderShowFrame takes it.
@@ -74,9 +70,7 @@ protected:
         Settle();
         return m_windows.back();
     }
-
-    // A render object on `wnd` (none: a device alone); its device written
-    // back into `init`.
+    // A render object on `wnd` (none: a device alone); its device written back into `init`.
     QuillonRenderHandle OnWindow(HWND wnd, RenderInitParam* init = nullptr, int length = sizeof(RenderInitParam)) {
         RenderInitParam local = {};
         init = init ? init : &local;
@@ -96,9 +90,7 @@ protected:
     static int Config(QuillonRenderHandle h, unsigned command, T payload, int length = sizeof(T)) {
         return g_sdk.QuillonRenderConfig(h, command, &payload, length);
     }
-
-    // Runs the message loop a moment, as a host does between creating or
-    // resizing a window and drawing into it.
+    // Runs the message loop a moment, as a host does between making a window and drawing.
     static void Settle() {
         for (int i = 0; i < 20; ++i) {
             testkit::PumpMessages();

@@ -1,7 +1,5 @@
-// The render family through the exported functions of QuillonSDK.dll beside
-// the recording Velmor.dll: export table, handles, records copied by length,
-// window tracking, the CPU-data path's pixels, the draw callback,
-// configuration commands, and the zoom crop arithmetic.
+// The render exports: export table, handles, records copied by length, window tracking,
+// the CPU-data path, the draw callback, configuration commands, the zoom crop arithmetic.
 #include <d3d11.h>
 
 #include "render/CLS_D3D11vaDraw.h"
@@ -72,13 +70,11 @@ TEST_F(Render, NullRecordsBeforeAndAfterTheDeviceAndReleaseOnce) {
     EXPECT_EQ(TakeVelmorCalls(), DrawCheck("InitDevice", 26));
     EXPECT_EQ(g_sdk.QuillonRenderGetDrawInfo(h, nullptr, 8), -101);
     EXPECT_EQ(TakeVelmorCalls(), DrawCheck("GetDrawInfo", 19));
-
     // GetDrawInfo writes 8 bytes whatever the length says: null before a device.
     unsigned char info[16];
     memset(info, 0xAB, sizeof(info));
     EXPECT_EQ(g_sdk.QuillonRenderGetDrawInfo(h, info, 0), 0);
     for (int i = 0; i < 16; ++i) EXPECT_EQ(info[i], i < 8 ? 0 : 0xAB) << i;
-
     // Without a window: a device, no swap chain, result 0.
     RenderInitParam init;
     memset(&init, 0x5A, sizeof(init));
@@ -121,13 +117,12 @@ TEST_F(Render, CpuPicturesFollowTheWindowAndShortRecordsTakeTheCpuPath) {
         std::vector<uint8_t> picture = SolidI420(64, 48, c.y, c.u, c.v);
         EXPECT_EQ(Show(h, CpuFrame(picture, 64, 48)), 0);
         EXPECT_EQ(TakeVelmorCalls(), c.y != 81 ? Calls{}
-                                                : ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", 59,
-                                                              "CHECK_UNEQUAL_RETURN"));
+                                               : ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", 59,
+                                                             "CHECK_UNEQUAL_RETURN"));
         EXPECT_EQ(ShowsYuv(wnd, 80, 60, c), "");
     }
     EXPECT_EQ(ShowsYuv(wnd, 3, 3, {180, 60, 200}), "");  // the picture fills the window
     EXPECT_EQ(ShowsYuv(wnd, 160, 120, {180, 60, 200}), "");
-
     // 24 bytes reach the renderer: the texture (offset 24) is zeroed.
     std::vector<uint8_t> picture = SolidI420(64, 48, 210, 16, 146);
     ShowFrameData f = CpuFrame(picture, 64, 48);
@@ -137,7 +132,6 @@ TEST_F(Render, CpuPicturesFollowTheWindowAndShortRecordsTakeTheCpuPath) {
     EXPECT_EQ(ShowsYuv(wnd, 80, 60, {210, 16, 146}), "");
     f.data = nullptr;  // neither texture nor data: the CPU path refuses
     EXPECT_EQ(Show(h, f, 24), -1);
-
     // Y rows of 128 bytes for a 64 x 48 picture: U still at w*h = 3072 and V
     // at 5*w*h/4 = 3840, chroma rows of 64 bytes, the planes overlapping as a
     // padding host's do. Runs of constant bytes give each plane rule another colour.
@@ -195,7 +189,6 @@ TEST_F(Render, DrawCallbackPartialPayloadsMinimisedWindowAndSetWnd) {
     EXPECT_EQ(memcmp(&g_seen.frame, &f, sizeof(f)), 0);
     EXPECT_NE(g_seen.address, static_cast<const void*>(&f));
     EXPECT_EQ(g_seen.user, &userA);
-
     // 8 bytes replace the callback and keep the user pointer; 0 bytes keep both.
     EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{OtherCallback, &userB}, 8), 0);
     EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{CountingCallback, &userB}, 0), 0);
@@ -211,7 +204,6 @@ TEST_F(Render, DrawCallbackPartialPayloadsMinimisedWindowAndSetWnd) {
     EXPECT_EQ(g_seen.calls, 0);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
     ShowWindow(wnd, SW_RESTORE);
-
     // Another window of the same size: the swap chain moves, the device stays.
     HWND other = NewWindow(140, 200, 96, 64);
     void *before = nullptr, *after = nullptr;
@@ -228,7 +220,6 @@ TEST_F(Render, DrawCallbackPartialPayloadsMinimisedWindowAndSetWnd) {
     std::vector<uint8_t> second = SolidI420(32, 32, 180, 60, 200);
     EXPECT_EQ(ShowsYuv(other, 48, 32, {180, 60, 200}, [&] { EXPECT_EQ(Show(h, CpuFrame(second, 32, 32)), 0); }), "");
     EXPECT_EQ(g_sdk.QuillonRenderSetWnd(h, reinterpret_cast<HWND>(0x4321)), -1);
-
     // A null callback switches it off.
     EXPECT_EQ(Config(h, QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{nullptr, nullptr}), 0);
     g_seen.calls = 0;
