@@ -86,14 +86,14 @@ int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* frame)
     const int cropW = static_cast<int>(box.right - box.left);
     const int cropH = static_cast<int>(box.bottom - box.top);
     if (!EnsureInputTextures(cropW, cropH, xop::kFrameNv12, true)) return -1;
-    xop::D3D11RenderTexture* input = m_inputTextures[xop::kInputNv12].get();
+    xop::D3D11RenderTexture* input = Input(xop::InputBank::kNv12);
     // No NV12 input texture (a refused size or a device without NV12
     // shader views): nothing to copy into.
     if (!input || !input->GetTexture()) return -1;
 
     BeginFrame();
     m_context->CopySubresourceRegion(input->GetTexture(), 0, 0, 0, 0, source, frame->arraySlice, &box);
-    if (xop::D3D11RenderTexture* output = m_outputTextures[xop::kOutputNv12].get()) {
+    if (xop::D3D11RenderTexture* output = Output(xop::OutputBank::kNv12Bt709)) {
         ID3D11ShaderResourceView* const views[2] = {input->GetLumaView(), input->GetChromaView()};
         DrawPass(output, m_dstRect, views, 2);
     }

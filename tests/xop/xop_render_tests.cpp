@@ -68,9 +68,9 @@ TEST(Conversion, OddSizeUploadsTheLastChromaRowAndColumn) {
     xoptest::Picture p = SolidYuv(xop::kFrameI420, 37, 23, 81, 90, 240);  // red
     ASSERT_EQ(19, static_cast<int>(p.planes[1].size()) / 12);
     ShowPicture(r, p.image);
-    ASSERT_TRUE(r.m_inputTextures[xop::kInputU]);
+    ASSERT_TRUE(r.Input(xop::InputBank::kU));
     D3D11_TEXTURE2D_DESC desc;
-    r.m_inputTextures[xop::kInputU]->GetTexture()->GetDesc(&desc);
+    r.Input(xop::InputBank::kU)->GetTexture()->GetDesc(&desc);
     EXPECT_EQ(19u, desc.Width);
     EXPECT_EQ(12u, desc.Height);
     EXPECT_TRUE(ShowsColour(window.hwnd, W - 1, H - 1, 255, 0, 0, 4));
@@ -83,7 +83,7 @@ TEST(Conversion, LineSizesWiderThanTheRowPitchSkipThePadding) {
     ASSERT_TRUE(r.Init(window.hwnd));
     ASSERT_TRUE(r.InitInputTextures(W, H, xop::kFrameI420));
     D3D11_MAPPED_SUBRESOURCE mapped = {};
-    ID3D11Texture2D* luma = r.m_inputTextures[xop::kInputY]->GetTexture();
+    ID3D11Texture2D* luma = r.Input(xop::InputBank::kY)->GetTexture();
     ASSERT_HRESULT_SUCCEEDED(r.m_context->Map(luma, 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped));
     r.m_context->Unmap(luma, 0);
     // Black picture whose lines run 40 bytes past the texture's row pitch,
@@ -152,7 +152,7 @@ TEST(Conversion, Nv12FailsCleanlyWhereTheTextureCannotBeMade) {
     ASSERT_TRUE(r.Init(window.hwnd));
     DebugCapture debug;
     EXPECT_TRUE(r.InitInputTextures(W, H, xop::kFrameNv12));
-    ASSERT_TRUE(r.m_inputTextures[xop::kInputNv12]);
+    ASSERT_TRUE(r.Input(xop::InputBank::kNv12));
     std::vector<uint8_t> luma(W * H, 235), chroma(W * H / 2, 128);
     xop::FrameImage f;
     f.width = W;
@@ -162,12 +162,12 @@ TEST(Conversion, Nv12FailsCleanlyWhereTheTextureCannotBeMade) {
     f.data[0] = luma.data();
     f.data[1] = chroma.data();
     f.format = xop::kFrameNv12;
-    if (r.m_inputTextures[xop::kInputNv12]->GetTexture()) {
+    if (r.Input(xop::InputBank::kNv12)->GetTexture()) {
         // A driver that can sample NV12: both plane views exist and it draws white.
-        EXPECT_NE(nullptr, r.m_inputTextures[xop::kInputNv12]->GetLumaView());
+        EXPECT_NE(nullptr, r.Input(xop::InputBank::kNv12)->GetLumaView());
         r.BeginFrame();
         r.UpdateFrame(f);
-        EXPECT_EQ(r.m_outputTextures[xop::kOutputNv12].get(), r.m_currentOutput);
+        EXPECT_EQ(r.Output(xop::OutputBank::kNv12Bt709), r.m_currentOutput);
         return;
     }
     const std::vector<std::string> messages = debug.Take();
@@ -175,7 +175,7 @@ TEST(Conversion, Nv12FailsCleanlyWhereTheTextureCannotBeMade) {
     EXPECT_EQ(0u, messages[0].find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() "
                                    "failed, "))
         << messages[0];
-    EXPECT_EQ(nullptr, r.m_inputTextures[xop::kInputNv12]->GetLumaView());
+    EXPECT_EQ(nullptr, r.Input(xop::InputBank::kNv12)->GetLumaView());
     r.BeginFrame();
     r.UpdateFrame(f);
     EXPECT_EQ(nullptr, r.m_currentOutput);
@@ -197,7 +197,7 @@ TEST(Conversion, Planar444AndBgraWithAlpha) {
     r.InitInputTextures(W, H, xop::kFrameBgra);
     r.BeginFrame();
     r.UpdateFrame(bgra.image);
-    ASSERT_EQ(r.m_outputTextures[xop::kOutputBgra].get(), r.m_currentOutput);
+    ASSERT_EQ(r.Output(xop::OutputBank::kBgra), r.m_currentOutput);
     EXPECT_EQ(0x40112233u, OutputTexel(r, W / 2, H / 2));
     testkit::PumpMessages();
     r.PresentOutput(nullptr);
@@ -216,14 +216,14 @@ TEST(Conversion, SharpenSteepensAnEdgeOnlyWhenSwitchedOn) {
         r.BeginFrame();
         r.UpdateFrame(edge.image);
         r.ApplySharpen();
-        ASSERT_EQ(r.m_outputTextures[xop::kOutputBgra].get(), r.m_currentOutput);
+        ASSERT_EQ(r.Output(xop::OutputBank::kBgra), r.m_currentOutput);
         EXPECT_EQ(0x40, Channel(OutputTexel(r, W / 2 - 1, H / 2), 0));
     }
     r.SetSharpen(1.0f);
     r.BeginFrame();
     r.UpdateFrame(edge.image);
     r.ApplySharpen();
-    ASSERT_EQ(r.m_outputTextures[xop::kOutputSharpen].get(), r.m_currentOutput);
+    ASSERT_EQ(r.Output(xop::OutputBank::kSharpen), r.m_currentOutput);
     // detail = 0.3125 x (this side - other side) next to the edge, nothing far from it.
     EXPECT_NEAR(24, Channel(OutputTexel(r, W / 2 - 1, H / 2), 8), 2);
     EXPECT_NEAR(232, Channel(OutputTexel(r, W / 2, H / 2), 8), 2);
@@ -246,10 +246,10 @@ TEST(Conversion, ViewportAndSourceRectangle) {
     });
     r.InitInputTextures(W, H, xop::kFrameBgra);
     r.UpdateFrame(quads.image);
-    xop::D3D11RenderTexture* out = r.m_outputTextures[xop::kOutputBgra].get();
+    xop::D3D11RenderTexture* out = r.Output(xop::OutputBank::kBgra);
     auto draw = [&](const int viewport[4], const double source[4]) {
         out->Begin(viewport, source);
-        out->SetShaderResource(0, r.m_inputTextures[xop::kInputBgra]->GetShaderResourceView());
+        out->SetShaderResource(0, r.Input(xop::InputBank::kBgra)->GetShaderResourceView());
         out->SetSampler(0, r.m_linearSampler);
         out->SetSampler(1, r.m_pointSampler);
         out->Draw();
@@ -290,7 +290,7 @@ TEST(Lifecycle, InitOnAWindowBuildsBothBanksAndReportsTheSize) {
     EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
     EXPECT_EQ(160u, w);
     EXPECT_EQ(120u, h);
-    for (int i = 0; i < xop::kBankSize; ++i) {
+    for (int i = 0; i < xop::kOutputBankSize; ++i) {
         ASSERT_TRUE(r.m_outputTextures[i]) << i;
         EXPECT_NE(nullptr, r.m_outputTextures[i]->GetRenderTargetView()) << i;
     }
@@ -325,7 +325,7 @@ TEST(Lifecycle, DeviceOnlyHasNoSwapChain) {
               debug.Take());
     EXPECT_FALSE(r.Resize());
     EXPECT_TRUE(r.InitInputTextures(W, H, xop::kFrameI420));
-    EXPECT_EQ(nullptr, r.m_inputTextures[xop::kInputY]->GetTexture());
+    EXPECT_EQ(nullptr, r.Input(xop::InputBank::kY)->GetTexture());
     r.BeginFrame();
     testkit::PumpMessages();
     r.PresentOutput(nullptr);
@@ -421,11 +421,11 @@ TEST(Conversion, SecondPlanarVariantConvertsWithBt709) {
     r.InitInputTextures(W, H, xop::kFrameI420);
     r.UpdateFrame(p.image);  // uploads the planes (and converts with BT.601 into output 2)
     const uint32_t bt601 = OutputTexel(r, 10, 10);
-    xop::D3D11RenderTexture* out = r.m_outputTextures[xop::kOutputI420Bt709].get();
+    xop::D3D11RenderTexture* out = r.Output(xop::OutputBank::kI420Bt709);
     const int whole[4] = {0, 0, 0, 0};
     const double full[4] = {0.0, 0.0, 1.0, 1.0};
     out->Begin(whole, full);
-    for (int i = 0; i < 3; ++i) out->SetShaderResource(i, r.m_inputTextures[xop::kInputY + i]->GetShaderResourceView());
+    for (int i = 0; i < 3; ++i) out->SetShaderResource(i, r.m_inputTextures[xop::Index(xop::InputBank::kY) + i]->GetShaderResourceView());
     out->SetSampler(0, r.m_linearSampler);
     out->Draw();
     out->End();

@@ -21,6 +21,8 @@ public:
 
 class TestRenderer : public xop::D3D11Renderer {
 public:
+    using D3D11Renderer::Input;
+    using D3D11Renderer::Output;
     using D3D11Renderer::m_context;
     using D3D11Renderer::m_currentOutput;
     using D3D11Renderer::m_d2dRenderTarget;
