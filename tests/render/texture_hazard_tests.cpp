@@ -27,7 +27,7 @@ public:
     D3D11_TEXTURE2D_DESC InputDesc() const
     {
         D3D11_TEXTURE2D_DESC d = {};
-        const auto& input = m_inputTextures[xop::kInputNv12];
+        const xop::D3D11RenderTexture* input = Input(xop::InputBank::kNv12);
         if (input && input->GetTexture()) input->GetTexture()->GetDesc(&d);
         return d;
     }
@@ -50,11 +50,11 @@ public:
     // The NV12 input as it stands, through the second NV12 shader.
     void ShowInputBt601()
     {
-        const auto& input = m_inputTextures[xop::kInputNv12];
+        const xop::D3D11RenderTexture* input = Input(xop::InputBank::kNv12);
         ID3D11ShaderResourceView* const views[2] = {input->GetLumaView(), input->GetChromaView()};
         const int whole[4] = {0, 0, 0, 0};
         BeginFrame();
-        DrawPass(m_outputTextures[xop::kOutputNv12Bt601].get(), whole, views, 2);
+        DrawPass(Output(xop::OutputBank::kNv12Bt601), whole, views, 2);
         PresentOutput(nullptr);
         PresentSwapChain();
     }
