@@ -23,7 +23,7 @@ namespace {
 // drives by hand.
 class Probe : public CLS_D3D11vaRenderer {
 public:
-    ID3D11Texture2D* Staging() const { return m_stagingTexture; }
+    ID3D11Texture2D* Staging() const { return stagingTexture; }
     D3D11_TEXTURE2D_DESC InputDesc() const
     {
         D3D11_TEXTURE2D_DESC d = {};
