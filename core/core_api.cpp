@@ -124,11 +124,19 @@ void core_err_buf_quit_unlock(const char* fmt, ...)
     api().inner_sdk_err_buf_quit_unlock(t.text);
 }
 
-void core_log_error_at(const char* file, const char* func, int line, const char* fmt, ...)
+void core_log_error_at_v(const char* file, const char* func, int line, const char* fmt, va_list ap)
 {
     core_log_buf_lock();
     core_log_buf_date();
     core_log_buf_msg("file: %s, func:%s, line: %d ", file, func, line);
-    CORE_FORMAT(t, fmt);
+    LogText t(fmt, ap);
     api().inner_sdk_err_buf_msg_unlock(t.text);
+}
+
+void core_log_error_at(const char* file, const char* func, int line, const char* fmt, ...)
+{
+    va_list ap;
+    va_start(ap, fmt);
+    core_log_error_at_v(file, func, line, fmt, ap);
+    va_end(ap);
 }

@@ -1,6 +1,8 @@
 #pragma once
 // The public layer over the core-services binding: a core_ function per
 // operation, and the log family with its level gate and 4095-byte formatting.
+#include <cstdarg>
+
 #include "core/CLS_VelmorApi.h"
 
 enum { LOG_LEVEL_MSG = 200, LOG_LEVEL_DEBUG = 300 };
@@ -34,9 +36,11 @@ void core_err_buf_msg_unlock(const char* fmt, ...) CORE_PRINTF(1, 2);
 void core_err_buf_quit_unlock(const char* fmt, ...) CORE_PRINTF(1, 2);
 
 // The error-log sequence: lock, date, the position line
-// "file: %s, func:%s, line: %d " (gated at 200), then the error text.
+// "file: %s, func:%s, line: %d " (gated at 200), then the error text;
+// core_log_error_at_v takes the text's arguments as a va_list.
 void core_log_error_at(const char* file, const char* func, int line, const char* fmt, ...)
     CORE_PRINTF(4, 5);
+void core_log_error_at_v(const char* file, const char* func, int line, const char* fmt, va_list ap);
 
 // Error-log sequence from the calling source file, with the function name
 // and line given as constants.

@@ -1,5 +1,6 @@
 #include "decoder/CLS_D3D11vaDecoder.h"
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -8,7 +9,7 @@ extern "C" {
 #include <libavutil/hwcontext_d3d11va.h>
 }
 
-#include "core/core_api.h"
+#include "common/QuillonCommonFun.h"
 
 // The one threading option cleared in Initial: a non-zero default that
 // FFmpeg 7 keeps at byte 656 of the codec context.
@@ -61,13 +62,22 @@ enum AVPixelFormat get_d3d11va_hw_format(AVCodecContext* _pCodeCtx, const enum A
     return AV_PIX_FMT_D3D11;
 }
 
+static const char* const kInitialFunc = "CLS_D3D11vaDecoder::Initial";
+
+int CLS_D3D11vaDecoder::FailInitial(int _iLine, const char* _pszFormat, ...)
+{
+    va_list ap;
+    va_start(ap, _pszFormat);
+    core_log_error_at_v(__FILE__, kInitialFunc, _iLine, _pszFormat, ap);
+    va_end(ap);
+    ReleaseResources();
+    return -1;
+}
+
 int CLS_D3D11vaDecoder::Initial(CreateNeed* _ptCreateNeed, CreateNeedExtern* _ptCreateNeedExtern)
 {
-    static const char* const kFunc = "CLS_D3D11vaDecoder::Initial";
-    if (!_ptCreateNeed || !_ptCreateNeedExtern) {
-        QUILLON_LOG_ERROR(kFunc, 151, "NULL == _ptCreateNeed || NULL == _ptCreateNeedExtern");
-        return QUILLON_ERR_NULL_POINTER;
-    }
+    QUILLON_CHECK_RETURN(!_ptCreateNeed || !_ptCreateNeedExtern, "NULL == _ptCreateNeed || NULL == _ptCreateNeedExtern",
+                         QUILLON_ERR_NULL_POINTER, kInitialFunc, 151);
     const int iWidth = _ptCreateNeed->iWidth;
     const int iHeight = _ptCreateNeed->iHeight;
     const int iVideoMode = _ptCreateNeed->VideoMode;
@@ -77,21 +87,17 @@ int CLS_D3D11vaDecoder::Initial(CreateNeed* _ptCreateNeed, CreateNeedExtern* _pt
     } else if (iVideoMode == QUILLON_VIDEO_H265) {
         eCodecId = AV_CODEC_ID_HEVC;
     } else {
-        QUILLON_LOG_ERROR(kFunc, 164, "HW NO Support, type=%d.", iVideoMode);
+        QUILLON_LOG_ERROR(kInitialFunc, 164, "HW NO Support, type=%d.", iVideoMode);
         return QUILLON_ERR_VIDEO_MODE;
     }
 
     const AVCodec* pCodec = ff_avcodec_find_decoder(eCodecId);
     if (!pCodec) {
-        QUILLON_LOG_ERROR(kFunc, 172, "decoder not found");
-        ReleaseResources();
-        return -1;
+        return FailInitial(172, "decoder not found");
     }
     m_pCodeCtx = ff_avcodec_alloc_context3(pCodec);
     if (!m_pCodeCtx) {
-        QUILLON_LOG_ERROR(kFunc, 179, "NULL == m_pCodeCtx");
-        ReleaseResources();
-        return -1;
+        return FailInitial(179, "NULL == m_pCodeCtx");
     }
     m_pCodeCtx->width = m_pCodeCtx->coded_width = iWidth;
     m_pCodeCtx->height = m_pCodeCtx->coded_height = iHeight;
@@ -101,7 +107,7 @@ int CLS_D3D11vaDecoder::Initial(CreateNeed* _ptCreateNeed, CreateNeedExtern* _pt
     for (int i = 0;; ++i) {
         const AVCodecHWConfig* pConfig = ff_avcodec_get_hw_config(pCodec, i);
         if (!pConfig) {
-            QUILLON_LOG_ERROR(kFunc, 198, "Decoder %s does not support device type %s.\n", pCodec->name,
+            QUILLON_LOG_ERROR(kInitialFunc, 198, "Decoder %s does not support device type %s.\n", pCodec->name,
                               ff_av_hwdevice_get_type_name(AV_HWDEVICE_TYPE_D3D11VA));
             return -1;  // the context stays until the next release
         }
@@ -112,18 +118,14 @@ int CLS_D3D11vaDecoder::Initial(CreateNeed* _ptCreateNeed, CreateNeedExtern* _pt
     }
 
     if (!_ptCreateNeed->deviceSlot) {
-        QUILLON_LOG_ERROR(kFunc, 205, "NULL == _ptCreateNeed->deviceSlot");
-        ReleaseResources();
-        return -1;
+        return FailInitial(205, "NULL == _ptCreateNeed->deviceSlot");
     }
     ID3D11Device* pDevice = static_cast<ID3D11Device*>(*_ptCreateNeed->deviceSlot);
     if (pDevice) {
         // Decode on the host's (the renderer's) device.
         m_pDeviceBuffer = ff_av_hwdevice_ctx_alloc(AV_HWDEVICE_TYPE_D3D11VA);
         if (!m_pDeviceBuffer) {
-            QUILLON_LOG_ERROR(kFunc, 216, "av_hwdevice_ctx_alloc : NULL == m_pDeviceBuffer");
-            ReleaseResources();
-            return -1;
+            return FailInitial(216, "av_hwdevice_ctx_alloc : NULL == m_pDeviceBuffer");
         }
         AVHWDeviceContext* pDeviceCtx = reinterpret_cast<AVHWDeviceContext*>(m_pDeviceBuffer->data);
         static_cast<AVD3D11VADeviceContext*>(pDeviceCtx->hwctx)->device = pDevice;
@@ -132,9 +134,7 @@ int CLS_D3D11vaDecoder::Initial(CreateNeed* _ptCreateNeed, CreateNeedExtern* _pt
         int iRet = ff_av_hwdevice_ctx_init(m_pDeviceBuffer);
         if (iRet < 0) {
             ff_av_strerror(iRet, szError, sizeof(szError));
-            QUILLON_LOG_ERROR(kFunc, 229, "av_hwdevice_ctx_init : %s", szError);
-            ReleaseResources();
-            return -1;
+            return FailInitial(229, "av_hwdevice_ctx_init : %s", szError);
         }
         m_pCodeCtx->hw_device_ctx = ff_av_buffer_ref(m_pDeviceBuffer);
         // Initialised a second time through the codec context's reference;
@@ -142,40 +142,30 @@ int CLS_D3D11vaDecoder::Initial(CreateNeed* _ptCreateNeed, CreateNeedExtern* _pt
         iRet = ff_av_hwdevice_ctx_init(m_pCodeCtx->hw_device_ctx);
         if (iRet < 0) {
             ff_av_strerror(iRet, szError, sizeof(szError));
-            QUILLON_LOG_ERROR(kFunc, 239, "av_hwdevice_ctx_init : %s", szError);
-            ReleaseResources();
-            return -1;
+            return FailInitial(239, "av_hwdevice_ctx_init : %s", szError);
         }
         m_pCodeCtx->opaque = m_pDeviceBuffer;
     } else {
         ff_av_hwdevice_ctx_create(&m_pDeviceBuffer, AV_HWDEVICE_TYPE_D3D11VA, nullptr, nullptr, 0);
         if (!m_pDeviceBuffer) {
-            QUILLON_LOG_ERROR(kFunc, 246, "av_hwdevice_ctx_create : NULL == m_pDeviceBuffer");
-            ReleaseResources();
-            return -1;
+            return FailInitial(246, "av_hwdevice_ctx_create : NULL == m_pDeviceBuffer");
         }
         m_pCodeCtx->hw_device_ctx = ff_av_buffer_ref(m_pDeviceBuffer);
     }
 
     if (!CheckIsDeviceSupportHw(eCodecId, iWidth, iHeight, reinterpret_cast<AVHWDeviceContext*>(m_pDeviceBuffer->data))) {
-        QUILLON_LOG_ERROR(kFunc, 253, "CheckIsDeviceSupport  iWidth = %d iHeight = %d VideoMode = %d Not Support D3D11va",
-                          iWidth, iHeight, iVideoMode);
-        ReleaseResources();
-        return -1;
+        return FailInitial(253, "CheckIsDeviceSupport  iWidth = %d iHeight = %d VideoMode = %d Not Support D3D11va",
+                           iWidth, iHeight, iVideoMode);
     }
     m_pCodeCtx->get_format = get_d3d11va_hw_format;
 
     const int iOpen = ff_avcodec_open2(m_pCodeCtx, pCodec, nullptr);
     if (iOpen < 0) {
-        QUILLON_LOG_ERROR(kFunc, 265, "error %x in avcodec_open2\n", static_cast<unsigned>(iOpen));
-        ReleaseResources();
-        return -1;
+        return FailInitial(265, "error %x in avcodec_open2\n", static_cast<unsigned>(iOpen));
     }
     m_pPicture = ff_av_frame_alloc();
     if (!m_pPicture) {
-        QUILLON_LOG_ERROR(kFunc, 272, "NULL == m_pPicture");
-        ReleaseResources();
-        return -1;
+        return FailInitial(272, "NULL == m_pPicture");
     }
     m_pUserContext = _ptCreateNeedExtern->userContext;
     return 0;
@@ -267,10 +257,8 @@ void CLS_D3D11vaDecoder::ReleaseResources()
 
 int CLS_D3D11vaDecoder::DecodeOneFrame(unsigned char* _pucFrameData, unsigned int /*_uiLength*/, DecOut* _ptDecOut)
 {
-    if (!_pucFrameData || !_ptDecOut) {
-        QUILLON_LOG_ERROR("CLS_D3D11vaDecoder::DecodeOneFrame", 355, "NULL == _pucFrameData || NULL == _ptDecOut");
-        return QUILLON_ERR_NULL_POINTER;
-    }
+    QUILLON_CHECK_RETURN(!_pucFrameData || !_ptDecOut, "NULL == _pucFrameData || NULL == _ptDecOut",
+                         QUILLON_ERR_NULL_POINTER, "CLS_D3D11vaDecoder::DecodeOneFrame", 355);
     const FrameHead* ptHead = reinterpret_cast<const FrameHead*>(_pucFrameData);
     AVPacket packet;
     memset(&packet, 0, sizeof(packet));
@@ -286,11 +274,8 @@ int CLS_D3D11vaDecoder::DecodeOneFrame(unsigned char* _pucFrameData, unsigned in
 int CLS_D3D11vaDecoder::DecodePacket(AVCodecContext* _pCodeCtx, AVPacket* _pPacket, DecOut* _ptDecOut)
 {
     static const char* const kFunc = "CLS_D3D11vaDecoder::DecodePacket";
-    if (!_pCodeCtx || !m_pPicture) {
-        // Never initialised, or released.
-        QUILLON_LOG_ERROR(kFunc, 306, "NULL == m_pCodeCtx || NULL == m_pPicture");
-        return -1;
-    }
+    // Never initialised, or released.
+    QUILLON_CHECK_RETURN(!_pCodeCtx || !m_pPicture, "NULL == m_pCodeCtx || NULL == m_pPicture", -1, kFunc, 306);
     int iRet = ff_avcodec_send_packet(_pCodeCtx, _pPacket);
     if (iRet < 0) {
         char szError[kErrorTextSize] = {0};
@@ -314,10 +299,7 @@ int CLS_D3D11vaDecoder::DecodePacket(AVCodecContext* _pCodeCtx, AVPacket* _pPack
     _ptDecOut->timestamp = static_cast<int>(static_cast<uint32_t>(m_pPicture->pkt_dts));
 
     unsigned char* pucRecord = static_cast<unsigned char*>(_ptDecOut->surfaceRecord);
-    if (!pucRecord) {
-        QUILLON_LOG_ERROR(kFunc, 340, "NULL == _ptDecOut->surfaceRecord");
-        return -1;
-    }
+    QUILLON_CHECK_RETURN(!pucRecord, "NULL == _ptDecOut->surfaceRecord", -1, kFunc, 340);
     // Only the first n bytes of the host's record are touched, so a short
     // record gets a cut pointer or no slice index; that is the contract.
     const size_t n = _ptDecOut->surfaceRecordSize < kSurfaceRecordMax ? _ptDecOut->surfaceRecordSize : kSurfaceRecordMax;

@@ -5,6 +5,7 @@
 #include <d3d11.h>
 
 #include "CommonCode/Ffmpeg/ffmpeg_api.h"
+#include "core/core_api.h"
 #include "include/QuillonSDK.h"
 
 // The pixel-format callback installed as the codec context's get_format:
@@ -29,6 +30,10 @@ public:
 
     // Frees frame, device context and codec context; safe to repeat.
     void ReleaseResources();
+
+    // A failure of Initial once the codec is looked for: the error record
+    // with `_iLine` (a constant hosts filter on), ReleaseResources, -1.
+    int FailInitial(int _iLine, const char* _pszFormat, ...) CORE_PRINTF(3, 4);
 
     AVCodecContext* m_pCodeCtx = nullptr;
     AVFrame* m_pPicture = nullptr;

@@ -11,18 +11,15 @@
 //     debug_level=0    second level: 300 turns debug output on
 //     file=Velmor.log  log file; relative paths are taken beside this DLL
 //   VELMOR_LOG_LEVEL, VELMOR_DEBUG_LEVEL, VELMOR_LOG_FILE.
-//
-// Built with VELMOR_RECORDING, the module writes no file: it records every
-// call as one line "name" or "name(text)" for tests to read back through
-// VelmorTest_TakeCalls, and VelmorTest_SetLevels sets the two levels.
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <mutex>
 #include <string>
+
+#include "buffer_lock.h"
 
 #define VELMOR_API extern "C" __declspec(dllexport)
 
@@ -76,19 +73,8 @@ public:
         return logger;
     }
 
-    void Lock()
-    {
-        EnterCriticalSection(&m_lock);
-        ++t_depth;
-    }
-
-    void Unlock()
-    {
-        if (t_depth > 0) {
-            --t_depth;
-            LeaveCriticalSection(&m_lock);
-        }
-    }
+    void Lock() { velmor::BufferLock::Get().Lock(); }
+    void Unlock() { velmor::BufferLock::Get().Unlock(); }
 
     void Append(const char* text) { m_record += text ? text : ""; }
 
@@ -129,7 +115,6 @@ public:
 private:
     Logger()
     {
-        InitializeCriticalSection(&m_lock);
         Config c = load_config();
         m_first = c.first;
         m_second = c.second;
@@ -150,81 +135,14 @@ private:
         }
     }
 
-    CRITICAL_SECTION m_lock;
     std::string m_record;
     std::string m_path;
     FILE* m_file = nullptr;
-    static thread_local int t_depth;
 };
 
-thread_local int Logger::t_depth = 0;
-
-#ifdef VELMOR_RECORDING
-std::mutex g_callsLock;
-std::string g_calls;
-int g_levels[2] = {0, 0};
-
-void record(const char* name, const char* text = nullptr)
-{
-    std::lock_guard<std::mutex> guard(g_callsLock);
-    g_calls += name;
-    if (text) {
-        g_calls += '(';
-        g_calls += text;
-        g_calls += ')';
-    }
-    g_calls += '\n';
-}
-#endif
 
 }  // namespace
 
-#ifdef VELMOR_RECORDING
-
-VELMOR_API void sdk_log_get_level(int* first, int* second)
-{
-    record("sdk_log_get_level");
-    if (first) *first = g_levels[0];
-    if (second) *second = g_levels[1];
-}
-VELMOR_API void sdk_log_set_level(int first, int second, int)
-{
-    record("sdk_log_set_level");
-    g_levels[0] = first;
-    g_levels[1] = second;
-}
-VELMOR_API void sdk_log_buf_lock() { record("sdk_log_buf_lock"); Logger::Get().Lock(); }
-VELMOR_API void sdk_log_buf_date() { record("sdk_log_buf_date"); }
-VELMOR_API void sdk_log_buf_msg(const char* text) { record("sdk_log_buf_msg", text); }
-VELMOR_API void sdk_log_buf_msg_unlock(const char* text) { record("sdk_log_buf_msg_unlock", text); Logger::Get().Unlock(); }
-VELMOR_API int sdk_log_buf_quit_unlock(const char* text) { record("sdk_log_buf_quit_unlock", text); Logger::Get().Unlock(); return 0; }
-VELMOR_API void sdk_err_buf_msg_unlock(const char* text) { record("sdk_err_buf_msg_unlock", text); Logger::Get().Unlock(); }
-VELMOR_API void sdk_err_buf_quit_unlock(const char* text) { record("sdk_err_buf_quit_unlock", text); Logger::Get().Unlock(); }
-VELMOR_API void sdk_log_msg(const char* text) { record("sdk_log_msg", text); }
-VELMOR_API void sdk_log_debug(const char* text) { record("sdk_log_debug", text); }
-VELMOR_API void log_msg(int, const char* text) { record("log_msg", text); }
-VELMOR_API void log_err(int, const char* text) { record("log_err", text); }
-VELMOR_API void log_debug(int, const char* text) { record("log_debug", text); }
-
-// Copies the recorded calls (one per line) into buf and forgets them.
-// Returns the length of the text; buf may be null to ask for it.
-VELMOR_API int VelmorTest_TakeCalls(char* buf, int size)
-{
-    std::lock_guard<std::mutex> guard(g_callsLock);
-    const int len = static_cast<int>(g_calls.size());
-    if (buf && size > len) {
-        memcpy(buf, g_calls.c_str(), len + 1);
-        g_calls.clear();
-    }
-    return len;
-}
-VELMOR_API void VelmorTest_SetLevels(int first, int second)
-{
-    g_levels[0] = first;
-    g_levels[1] = second;
-}
-
-#else
 
 VELMOR_API void sdk_log_get_level(int* first, int* second)
 {
@@ -257,5 +175,3 @@ VELMOR_API void log_debug(int level, const char* text)
     Logger& log = Logger::Get();
     if (log.m_second != 0 && log.m_second >= level) log.Line("[debug] ", text);
 }
-
-#endif

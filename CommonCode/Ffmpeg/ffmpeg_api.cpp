@@ -1,10 +1,21 @@
-#include "CommonCode/Ffmpeg/ffmpeg_api.h"
+#include "CommonCode/Ffmpeg/ffmpeg_other_api.h"
 
 #include <initializer_list>
 #include <type_traits>
 
 #include "core/core_api.h"
 #include "core/load_lib.h"
+
+// The remaining declarations the rows are checked against.
+extern "C" {
+#include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
+#include <libavutil/audio_fifo.h>
+#include <libavutil/file.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
+}
 
 // A row's prototype must be the one the FFmpeg 7 headers declare; some of
 // them (av_init_packet, avcodec_close) are marked deprecated there.

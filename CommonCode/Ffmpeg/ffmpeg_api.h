@@ -5,41 +5,45 @@
 // through the ff_ wrappers, which report an empty slot on stderr and return
 // the failure value of their result type instead of crashing.
 //
-// Slots, binding and wrappers all come from ffmpeg_ops.inc.
+// Slots, binding and wrappers all come from ffmpeg_ops.inc. This header
+// declares those of the avcodec and avutil groups, the ones decoding uses,
+// and needs only libavcodec's and libavutil's headers; the groups that are
+// bound but never called (avformat, avfilter, swscale, swresample) are
+// declared in ffmpeg_other_api.h.
 #include <windows.h>
 
 #include <cstdint>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavfilter/avfilter.h>
-#include <libavfilter/buffersink.h>
-#include <libavfilter/buffersrc.h>
-#include <libavformat/avformat.h>
-#include <libavformat/avio.h>
-#include <libavutil/audio_fifo.h>
-#include <libavutil/file.h>
 #include <libavutil/hwcontext.h>
-#include <libavutil/imgutils.h>
-#include <libavutil/mathematics.h>
-#include <libavutil/opt.h>
-#include <libavutil/pixdesc.h>
-#include <libavutil/samplefmt.h>
-#include <libswresample/swresample.h>
-#include <libswscale/swscale.h>
 }
 
-// One slot per row, typed as the function's own prototype; null until bound.
-#define FF_API(group, slot, name, ret, params, args, kind) extern ret(*g_pfn_##slot) params;
-#include "CommonCode/Ffmpeg/ffmpeg_ops.inc"
-#undef FF_API
+// Types of avcodec- and avutil-group rows declared by other FFmpeg headers;
+// the rows only pass pointers to them.
+typedef struct AVAudioFifo AVAudioFifo;
+typedef struct AVBufferSrcParameters AVBufferSrcParameters;
+typedef struct AVFilterContext AVFilterContext;
+typedef struct AVPixFmtDescriptor AVPixFmtDescriptor;
 
-// The wrappers: ff_<slot> with the function's own parameters and result.
+// A row's declarations: its slot, typed as the function's own prototype and
+// null until bound, and (except for SLOT rows) its wrapper ff_<slot> with the
+// function's own parameters and result.
 #define FF_DECLARE_CALL(slot, ret, params) ret ff_##slot params;
 #define FF_DECLARE_LEGACY FF_DECLARE_CALL
 #define FF_DECLARE_NOFWD FF_DECLARE_CALL
 #define FF_DECLARE_SLOT(slot, ret, params)
-#define FF_API(group, slot, name, ret, params, args, kind) FF_DECLARE_##kind(slot, ret, params)
+#define FF_DECLARE(slot, ret, params, kind) \
+    extern ret(*g_pfn_##slot) params;       \
+    FF_DECLARE_##kind(slot, ret, params)
+
+#define FF_DECODING_avcodec FF_DECLARE
+#define FF_DECODING_avutil FF_DECLARE
+#define FF_DECODING_avformat(...)
+#define FF_DECODING_avfilter(...)
+#define FF_DECODING_swscale(...)
+#define FF_DECODING_swresample(...)
+#define FF_API(group, slot, name, ret, params, args, kind) FF_DECODING_##group(slot, ret, params, kind)
 #include "CommonCode/Ffmpeg/ffmpeg_ops.inc"
 #undef FF_API
 

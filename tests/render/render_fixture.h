@@ -10,21 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "player/QuillonSdkApi.h"
-#include "testkit/testkit.h"
+#include "testkit/staged_sdk.h"
 
+using testkit::Calls;
+using testkit::ErrorRecord;
 using testkit::TakeVelmorCalls;
-using Calls = std::vector<std::string>;
 
-inline QuillonSdkApi g_sdk;
+inline QuillonSdkApi& g_sdk = testkit::RecordingTest::sdk;
 inline HMODULE g_module = nullptr;
-
-inline Calls ErrorRecord(const std::string& file, const std::string& func, int line, const std::string& message)
-{
-    return {"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-            "sdk_log_buf_msg(file: " + file + ", func:" + func + ", line: " + std::to_string(line) + " )",
-            "sdk_err_buf_msg_unlock(" + message + ")"};
-}
 
 inline Calls DrawCheck(const std::string& func, int line)
 {
@@ -78,21 +71,13 @@ inline void QUILLON_CALL DrawOverlays(ShowFrameData*, void* user)
     g_sdk.QuillonRenderConfig(h, QUILLON_CMD_DRAW_TEXT, &text, sizeof(text));
 }
 
-class Render : public ::testing::Test {
+class Render : public testkit::RecordingTest {
 protected:
     static void SetUpTestSuite()
     {
-        static testkit::StagedDir dir("render");
-        if (g_module) return;
-        dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll").Add("ffmpeg-7.dll");
-        g_module = dir.Load("QuillonSDK.dll");
-        std::string error;
-        ASSERT_TRUE(g_sdk.Bind(g_module, error)) << error;
-        ASSERT_EQ(g_sdk.QuillonStartup(), 0);
-        testkit::SetVelmorLevels(200, 0);
+        Start("render");
+        g_module = Stage("render").module;
     }
-
-    void SetUp() override { TakeVelmorCalls(); }
 
     void TearDown() override
     {

@@ -1,6 +1,9 @@
 #pragma once
 // QuillonSDK.dll staged in a directory of its own with the modules it loads
-// beside it, and bound by name as a host binds it.
+// (real ones or the test doubles under tests/fakes/) beside it, and bound by
+// name as a host binds it, through the player's QuillonSdkApi.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -10,21 +13,88 @@
 #include "player/QuillonSdkApi.h"
 #include "testkit/testkit.h"
 
+namespace testkit {
+
+// Bin files to stage as the modules QuillonSDK.dll loads.
+inline const char* const kRecordingVelmor = "VelmorRecording.dll";  // records calls, see recording.h
+inline const char* const kFfmpegDouble = "FfmpegDouble.dll";        // scripted, see fakes/ffmpeg_double.h
+
 struct StagedSdk {
-    // `ffmpeg` is the bin file staged as "ffmpeg-7.dll" (the real module or
-    // FfmpegDouble.dll); Velmor.dll logs into `<stage>\Velmor.log`.
-    explicit StagedSdk(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll") : dir(name)
+    // `ffmpeg` is the bin file staged as "ffmpeg-7.dll" and `velmor` the one
+    // staged as "Velmor.dll" (none when empty). The real Velmor.dll logs into
+    // `<stage>\Velmor.log`; the recording one is loaded first, so that
+    // SetVelmorLevels reaches it before QuillonStartup.
+    explicit StagedSdk(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll",
+                       const std::string& velmor = "Velmor.dll")
+        : dir(name)
     {
-        dir.Add("QuillonSDK.dll").Add("Velmor.dll").Add(ffmpeg, "ffmpeg-7.dll");
-        std::string error;
-        bound = api.Bind(dir.Load("QuillonSDK.dll"), error);
+        dir.Add("QuillonSDK.dll");
+        if (!velmor.empty()) dir.Add(velmor, "Velmor.dll");
+        if (!ffmpeg.empty()) dir.Add(ffmpeg, "ffmpeg-7.dll");
+        if (velmor == kRecordingVelmor) dir.Load("Velmor.dll");
+        Load();
     }
     std::string LogPath() const { return dir.Path() + "Velmor.log"; }
+    // Loads and binds the staged library; Unload undoes it (the start-up
+    // counter and the library's bindings go with it).
+    void Load()
+    {
+        module = dir.Load("QuillonSDK.dll");
+        bound = api.Bind(module, error);
+    }
+    void Unload()
+    {
+        if (module) FreeLibrary(module);
+        module = nullptr;
+    }
 
-    testkit::StagedDir dir;
+    StagedDir dir;
+    HMODULE module = nullptr;
     QuillonSdkApi api;
     bool bound = false;
+    std::string error;
 };
+
+// Base of the suites that read the recording Velmor.dll. Every test starts
+// with the levels (200, 0) and nothing recorded.
+class RecordingTest : public ::testing::Test {
+public:
+    // The SDK of Start, bound by name.
+    inline static QuillonSdkApi sdk;
+
+protected:
+    // QuillonSDK.dll staged under `name` beside the recording Velmor.dll and
+    // `ffmpeg` (see StagedSdk), loaded and bound; once per process (one
+    // library, one start-up counter): later calls return that stage.
+    static StagedSdk& Stage(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll")
+    {
+        static const std::string first = name + "|" + ffmpeg;
+        static StagedSdk* staged = new StagedSdk(name, ffmpeg, kRecordingVelmor);
+        EXPECT_EQ(name + "|" + ffmpeg, first) << "one recording stage per process";
+        return *staged;
+    }
+
+    // Stage, then QuillonStartup once; `sdk` is bound afterwards.
+    static void Start(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll")
+    {
+        StagedSdk& staged = Stage(name, ffmpeg);
+        ASSERT_TRUE(staged.bound) << staged.error;
+        sdk = staged.api;
+        SetVelmorLevels(200, 0);
+        static const int started = sdk.QuillonStartup();
+        ASSERT_EQ(started, 0);
+    }
+
+    void SetUp() override
+    {
+        SetVelmorLevels(200, 0);
+        TakeVelmorCalls();
+    }
+};
+
+}  // namespace testkit
+
+using testkit::StagedSdk;
 
 // A packed I420 picture of one colour (Y, then U and V of a quarter each).
 inline std::vector<uint8_t> SolidI420(int w, int h, uint8_t y, uint8_t u, uint8_t v)

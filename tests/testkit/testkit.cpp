@@ -121,13 +121,26 @@ static Fn VelmorExport(const char* name)
     return Export<Fn>(GetModuleHandleA("Velmor.dll"), name);
 }
 
-std::vector<std::string> TakeVelmorCalls()
+static Calls ToCalls(const std::string& text)
+{
+    const std::vector<std::string> lines = SplitLines(text);
+    return Calls(lines.begin(), lines.end());
+}
+
+Calls ErrorRecord(const std::string& file, const std::string& func, int line, const std::string& message)
+{
+    return ToCalls("sdk_log_buf_lock\nsdk_log_buf_date\nsdk_log_get_level\nsdk_log_buf_msg(file: " + file +
+                   ", func:" + func + ", line: " + std::to_string(line) + " )\nsdk_err_buf_msg_unlock(" + message +
+                   ")\n");
+}
+
+Calls TakeVelmorCalls()
 {
     auto take = VelmorExport<int (*)(char*, int)>("VelmorTest_TakeCalls");
     if (!take) return {"<no recording Velmor.dll loaded>"};
     std::string text(take(nullptr, 0) + 1, '\0');
     take(&text[0], static_cast<int>(text.size()));
-    return SplitLines(text.c_str());
+    return ToCalls(text.c_str());
 }
 
 void SetVelmorLevels(int first, int second)
@@ -159,6 +172,13 @@ std::vector<std::string> SplitLines(const std::string& text)
         start = end + 1;
     }
     return lines;
+}
+
+size_t Count(const std::string& text, const std::string& what)
+{
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
 }
 
 static LRESULT CALLBACK TestWndProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp)

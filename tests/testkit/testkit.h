@@ -1,8 +1,8 @@
 #pragma once
 // Helpers shared by the test executables: staged directories holding the
 // modules under test, loading from them, capturing the C runtime's stderr,
-// reading the calls recorded by the test variant of Velmor.dll, and reading
-// presented pixels back from the screen.
+// reading the calls recorded by the test variant of Velmor.dll
+// (testkit/recording.h), and reading presented pixels back from the screen.
 #include <windows.h>
 
 #include <functional>
@@ -11,6 +11,7 @@
 
 #include "player/HostCalls.h"  // PumpMessages, SdkCallLock
 #include "testkit/nv12.h"  // decoder-pool pictures, QUILLON_REQUIRE_NV12_SAMPLING
+#include "testkit/recording.h"  // Calls, ErrorRecord, TakeVelmorCalls
 
 namespace testkit {
 
@@ -29,7 +30,8 @@ std::string BinDir();
 std::string ModulePath(HMODULE module);
 
 // A directory <bin>\..\stage\<name>\, emptied on construction, into which
-// modules from the bin directory are copied, possibly under another name.
+// files from the bin directory (or a path relative to it) are copied,
+// possibly under another name.
 class StagedDir {
 public:
     explicit StagedDir(const std::string& name);
@@ -55,13 +57,10 @@ private:
     size_t m_read = 0;
 };
 
-// The calls the recording Velmor.dll loaded in this process has seen since
-// the last call, one "name" or "name(text)" each; and its two levels.
-std::vector<std::string> TakeVelmorCalls();
-void SetVelmorLevels(int first, int second);
-
 std::string ReadFile(const std::string& path);
 std::vector<std::string> SplitLines(const std::string& text);
+// How often `what` occurs in `text` (overlaps counted).
+size_t Count(const std::string& text, const std::string& what);
 
 // Handles the thread's pending window messages, so that no late repaint of
 // a test window's background covers a picture presented after it.

@@ -57,7 +57,7 @@ TEST_F(VelmorFile, RecordsAreDatedAndPercentSignsArriveLiterally)
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(std::regex_match(lines[0], std::regex(kDate + R"(keep 100%d %s as written)"))) << lines[0];
     EXPECT_TRUE(std::regex_match(
-        lines[1], std::regex(kDate + R"(file: tests/velmor_tests\.cpp, func:CLS_Sample::Method, line: 37 )"
+        lines[1], std::regex(kDate + R"(file: tests/velmor/velmor_tests\.cpp, func:CLS_Sample::Method, line: 37 )"
                                      R"(\[QuillonStartup\] already Startup!)")))
         << lines[1];
 
@@ -88,7 +88,7 @@ TEST_F(VelmorFile, RecordsFromEightThreadsStayWhole)
 
     const auto lines = NewLines();
     ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * (kRecords + kRecords / 10)));
-    const std::regex record(kDate + R"(file: tests/velmor_tests\.cpp, func:Thread(\d), line: (\d+) record (\d+) of thread (\d) (#*))");
+    const std::regex record(kDate + R"(file: tests/velmor/velmor_tests\.cpp, func:Thread(\d), line: (\d+) record (\d+) of thread (\d) (#*))");
     const std::regex message(kDate + R"(message (\d+) of thread (\d))");
     std::vector<int> next(kThreads, 0);
     for (const std::string& line : lines) {

@@ -3,41 +3,40 @@
 //
 // The suites run in the order of this file: the first one needs the
 // process-wide binding still unloaded, later ones bind it to the recording
-// variant of Velmor.dll staged beside QuillonSDK.dll.
+// Velmor.dll staged beside QuillonSDK.dll.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include "common/QuillonCommonFun.h"
 #include "core/core_api.h"
 #include "core/load_lib.h"
-#include "testkit/testkit.h"
+#include "testkit/staged_sdk.h"
 
+using testkit::Calls;
 using testkit::StagedDir;
 using testkit::StderrCapture;
 using testkit::TakeVelmorCalls;
-using Calls = std::vector<std::string>;
 
 namespace {
 
-// The line of an operation's row in the binding table: what its stderr
-// report carries.
-int TableLine(const std::string& op)
+const char* const kThisFile = "tests/core/core_tests.cpp";
+
+// The stderr reports of empty slots: "<line of the row in the table>,CLS_VelmorApi::inner_<name>".
+std::string Reports(std::initializer_list<std::string> ops)
 {
+    std::string all;
+    for (const std::string& op : ops) {
+        int line = -1;
 #define VELMOR_OP(pub, ret, name, params, args, fail) \
-    if (op == #name) return __LINE__;
+    if (op == #name) line = __LINE__;
 #define VELMOR_LOGOP VELMOR_OP
 #include "core/velmor_ops.inc"
 #undef VELMOR_OP
 #undef VELMOR_LOGOP
-    return -1;
-}
-
-std::string Report(const std::string& op)
-{
-    return std::to_string(TableLine(op)) + ",CLS_VelmorApi::inner_" + op;
+        all += std::to_string(line) + ",CLS_VelmorApi::inner_" + op;
+    }
+    return all;
 }
 
 std::string Lower(std::string s)
@@ -46,39 +45,31 @@ std::string Lower(std::string s)
     return s;
 }
 
-int CheckedEqual(const void* p)
+std::string Str(const RECT& r)
 {
-    CHECK_EQUAL_RETURN(p, nullptr, -101, "Sample::CheckedEqual", 26);
-    return 0;
-}
-
-int CheckedUnequal(int ready)
-{
-    CHECK_UNEQUAL_RETURN(ready, 1, -200, "Sample::CheckedUnequal", 72);
-    return 0;
+    return std::to_string(r.left) + "," + std::to_string(r.top) + "," + std::to_string(r.right) + "," +
+           std::to_string(r.bottom);
 }
 
 }  // namespace
 
 // --- without the module -------------------------------------------------------
 
-TEST(CoreWithoutModule, GatedLogCostsOneReportAndErrorSequenceThree)
+TEST(CoreWithoutModule, GatedLogCostsOneReportAndErrorSequenceFour)
 {
     ASSERT_EQ(CLS_VelmorApi::GetInstance().m_hModule, nullptr) << "this suite must run first";
     StderrCapture err;
     core_log_msg("nothing %d", 1);
-    EXPECT_EQ(err.Take(), Report("sdk_log_get_level"));
-
+    EXPECT_EQ(err.Take(), Reports({"sdk_log_get_level"}));
     QUILLON_LOG_ERROR("Sample::Fail", 12, "load ffmpeg lib %s fail!", "x.dll");
-    EXPECT_EQ(err.Take(), Report("sdk_log_buf_lock") + Report("sdk_log_buf_date") + Report("sdk_log_get_level") +
-                              Report("sdk_err_buf_msg_unlock"));
+    EXPECT_EQ(err.Take(),
+              Reports({"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level", "sdk_err_buf_msg_unlock"}));
 }
 
 TEST(CoreWithoutModule, LoadFailsSilentlyWhenTheModuleIsAbsent)
 {
     StagedDir dir("no_velmor");
-    dir.Add("QuillonSDK.dll");
-    HMODULE sdk = dir.Load("QuillonSDK.dll");
+    HMODULE sdk = dir.Add("QuillonSDK.dll").Load("QuillonSDK.dll");
     ASSERT_NE(sdk, nullptr);
     CLS_VelmorApi api;
     StderrCapture err;
@@ -114,19 +105,15 @@ TEST(CoreWithoutModule, EveryWrapperReportsItsNameAndReturnsItsFailureValue)
     EXPECT_EQ(api.inner_SA_DecryptAES(nullptr, 0, nullptr), -1);
     api.inner_sdk_os_sleep(1);
     api.inner_sdk_log_msg("x");
-    const std::string expected =
-        Report("sdk_os_startup") + Report("sdk_mutex_create") + Report("sdk_mutex_lock") +
-        Report("sdk_thread_self") + Report("sdk_log_buf_quit_unlock") + Report("pap_init") + Report("pap_run_cmd") +
-        Report("function_map_bind_index") + Report("function_map_get_key_map") + Report("net_link_create") +
-        Report("net_link_get_type") + Report("net_link_check_timeout") + Report("net_link_lock") +
-        Report("net_tcp_server_get_status") + Report("net_tcp_server_open") + Report("net_tcp_client_read") +
-        Report("net_udp_client_send") + Report("sdk_os_set_usr_flag") + Report("net_os_inet_pton") +
-        Report("SA_DecryptAES") + Report("sdk_os_sleep") + Report("sdk_log_msg");
-    EXPECT_EQ(err.Take(), expected);
-
+    EXPECT_EQ(err.Take(),
+              Reports({"sdk_os_startup", "sdk_mutex_create", "sdk_mutex_lock", "sdk_thread_self",
+                       "sdk_log_buf_quit_unlock", "pap_init", "pap_run_cmd", "function_map_bind_index",
+                       "function_map_get_key_map", "net_link_create", "net_link_get_type", "net_link_check_timeout",
+                       "net_link_lock", "net_tcp_server_get_status", "net_tcp_server_open", "net_tcp_client_read",
+                       "net_udp_client_send", "sdk_os_set_usr_flag", "net_os_inet_pton", "SA_DecryptAES",
+                       "sdk_os_sleep", "sdk_log_msg"}));
     EXPECT_FALSE(api.ReleaseOSSDK());
-    const std::string release = err.Take();
-    EXPECT_NE(release.find(",ReleaseOSSDK"), std::string::npos) << release;
+    EXPECT_NE(err.Take().find(",ReleaseOSSDK"), std::string::npos);
 }
 
 // --- module loading beside the library ------------------------------------------
@@ -134,7 +121,6 @@ TEST(CoreWithoutModule, EveryWrapperReportsItsNameAndReturnsItsFailureValue)
 TEST(LoadBesideModule, BoundedCopyRules)
 {
     char buf[16];
-    memset(buf, 'z', sizeof(buf));
     EXPECT_STREQ(bounded_copy(buf, "abc", 5), "abc");
     EXPECT_STREQ(bounded_copy(buf, "abcd", 5), "abcd");
     EXPECT_STREQ(bounded_copy(buf, "abcdefgh", 5), "abcd");
@@ -145,17 +131,14 @@ TEST(LoadBesideModule, BoundedCopyRules)
 TEST(LoadBesideModule, PathIsTheLowerCasedDirectoryPlusTheFileNameInItsOwnCase)
 {
     StagedDir dir("Beside\\Mixed.Case");
-    dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll");
-    HMODULE sdk = dir.Load("QuillonSDK.dll");
+    HMODULE sdk = dir.Add("QuillonSDK.dll").Add(testkit::kRecordingVelmor, "Velmor.dll").Load("QuillonSDK.dll");
     ASSERT_NE(sdk, nullptr);
-
     char path[MAX_PATH];
     ASSERT_TRUE(build_path_beside_module("QuillonSDK.dll", "FFmpeg-7.DLL", nullptr, path));
     EXPECT_EQ(std::string(path), Lower(dir.Path()) + "FFmpeg-7.DLL");
     // With the library's handle the cut is after the last backslash.
     ASSERT_TRUE(build_path_beside_module("ignored.dll", "Velmor.dll", sdk, path));
     EXPECT_EQ(std::string(path), Lower(dir.Path()) + "Velmor.dll");
-
     for (bool altered : {false, true}) {
         HMODULE velmor = load_lib_beside_module("QuillonSDK.dll", "Velmor.dll", nullptr, altered);
         ASSERT_NE(velmor, nullptr);
@@ -163,13 +146,14 @@ TEST(LoadBesideModule, PathIsTheLowerCasedDirectoryPlusTheFileNameInItsOwnCase)
         FreeLibrary(velmor);
     }
     EXPECT_EQ(load_lib_beside_module("QuillonSDK.dll", "absent.dll", nullptr, false), nullptr);
+    // A file name longer than the buffer is cut to it.
+    const std::string longName(400, 'n');
+    ASSERT_TRUE(build_path_beside_module("QuillonSDK.dll", longName.c_str(), nullptr, path));
+    EXPECT_EQ(std::string(path), Lower(dir.Path()) + std::string(MAX_PATH - 2 - dir.Path().size(), 'n'));
     FreeLibrary(sdk);
-}
 
-TEST(LoadBesideModule, UnknownLibraryNameLoadsNothing)
-{
-    // GetModuleHandleA fails, the path is the executable's, the search finds nothing.
-    char path[MAX_PATH];
+    // Unknown library: GetModuleHandleA fails, the path is the executable's,
+    // the search finds nothing.
     EXPECT_FALSE(build_path_beside_module("NotLoaded.dll", "Velmor.dll", nullptr, path));
     EXPECT_EQ(load_lib_beside_module("NotLoaded.dll", "Velmor.dll", nullptr, false), nullptr);
     EXPECT_EQ(load_lib_beside_module(nullptr, "Velmor.dll", nullptr, false), nullptr);
@@ -178,12 +162,9 @@ TEST(LoadBesideModule, UnknownLibraryNameLoadsNothing)
 TEST(LoadBesideModule, DirectoryNamedLikeTheLibraryCutsThePathThere)
 {
     StagedDir outer("pathcut");
-    outer.Add("VelmorRecording.dll", "Velmor.dll");
-    StagedDir inner("pathcut\\QuillonSDK.dll.d");
-    inner.Add("QuillonSDK.dll");
-    HMODULE sdk = inner.Load("QuillonSDK.dll");
+    outer.Add(testkit::kRecordingVelmor, "Velmor.dll");
+    HMODULE sdk = StagedDir("pathcut\\QuillonSDK.dll.d").Add("QuillonSDK.dll").Load("QuillonSDK.dll");
     ASSERT_NE(sdk, nullptr);
-
     char path[MAX_PATH];
     ASSERT_TRUE(build_path_beside_module("QuillonSDK.dll", "Velmor.dll", nullptr, path));
     EXPECT_EQ(std::string(path), Lower(outer.Path()) + "Velmor.dll");
@@ -194,40 +175,16 @@ TEST(LoadBesideModule, DirectoryNamedLikeTheLibraryCutsThePathThere)
     FreeLibrary(sdk);
 }
 
-TEST(LoadBesideModule, OverlongFileNameIsCutToTheBuffer)
-{
-    StagedDir dir("overlong");
-    dir.Add("QuillonSDK.dll");
-    HMODULE sdk = dir.Load("QuillonSDK.dll");
-    ASSERT_NE(sdk, nullptr);
-    const std::string longName(400, 'n');
-    char path[MAX_PATH];
-    ASSERT_TRUE(build_path_beside_module("QuillonSDK.dll", longName.c_str(), nullptr, path));
-    const std::string prefix = Lower(dir.Path());
-    EXPECT_EQ(std::string(path), prefix + std::string(MAX_PATH - 2 - prefix.size(), 'n'));
-    FreeLibrary(sdk);
-}
-
 // --- the binding and the log layer, against the recording module -----------------
 
-class CoreLog : public ::testing::Test {
+class CoreLog : public testkit::RecordingTest {
 protected:
     static void SetUpTestSuite()
     {
-        static StagedDir dir("core_log");
-        dir.Add("QuillonSDK.dll").Add("VelmorRecording.dll", "Velmor.dll");
-        s_sdk = dir.Load("QuillonSDK.dll");
-        ASSERT_NE(s_sdk, nullptr);
+        ASSERT_NE(Stage("core_log", "").module, nullptr);
         ASSERT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
     }
-    void SetUp() override
-    {
-        testkit::SetVelmorLevels(200, 0);
-        TakeVelmorCalls();
-    }
-    static HMODULE s_sdk;
 };
-HMODULE CoreLog::s_sdk = nullptr;
 
 TEST_F(CoreLog, SecondLoadReturnsZeroWithoutLoadingAgain)
 {
@@ -241,14 +198,14 @@ TEST_F(CoreLog, SecondLoadReturnsZeroWithoutLoadingAgain)
 
 TEST_F(CoreLog, LevelGate)
 {
-    struct Case {
+    const struct {
         int first, second;
         bool msg, debug;
     } cases[] = {
-        {0, 0, false, false}, {0, 300, true, true},   {200, 0, true, false}, {250, 0, true, false},
+        {0, 0, false, false},   {0, 300, true, true},     {200, 0, true, false},  {250, 0, true, false},
         {-1, -5, false, false}, {-200, 300, true, true}, {199, 0, false, false},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         testkit::SetVelmorLevels(c.first, c.second);
         TakeVelmorCalls();
         core_log_msg("m %d", 1);
@@ -263,16 +220,35 @@ TEST_F(CoreLog, LevelGate)
     }
 }
 
-TEST_F(CoreLog, ErrorLogSequence)
+static int CheckedEqual(const void* p)
+{
+    CHECK_EQUAL_RETURN(p, nullptr, -101, "Sample::CheckedEqual", 26);
+    return 0;
+}
+
+static int CheckedUnequal(int ready)
+{
+    CHECK_UNEQUAL_RETURN(ready, 1, -200, "Sample::CheckedUnequal", 72);
+    return 0;
+}
+
+TEST_F(CoreLog, ErrorLogSequenceAndTheChecks)
 {
     QUILLON_LOG_ERROR("CLS_Sample::Method", 151, "load ffmpeg lib %s fail!", "ffmpeg-7.dll");
-    EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-                                        "sdk_log_buf_msg(file: tests/core_tests.cpp, func:CLS_Sample::Method, line: 151 )",
-                                        "sdk_err_buf_msg_unlock(load ffmpeg lib ffmpeg-7.dll fail!)"}));
+    EXPECT_EQ(TakeVelmorCalls(),
+              testkit::ErrorRecord(kThisFile, "CLS_Sample::Method", 151, "load ffmpeg lib ffmpeg-7.dll fail!"));
+    int x = 0;
+    EXPECT_EQ(CheckedEqual(&x), 0);
+    EXPECT_EQ(CheckedUnequal(1), 0);
+    EXPECT_EQ(TakeVelmorCalls(), Calls{});
+    EXPECT_EQ(CheckedEqual(nullptr), -101);
+    EXPECT_EQ(CheckedUnequal(0), -200);
+    EXPECT_EQ(TakeVelmorCalls(),
+              testkit::ErrorRecord(kThisFile, "Sample::CheckedEqual", 26, "CHECK_EQUAL_RETURN") +
+                  testkit::ErrorRecord(kThisFile, "Sample::CheckedUnequal", 72, "CHECK_UNEQUAL_RETURN"));
 
     // Levels (0, 0) drop only the position line.
     testkit::SetVelmorLevels(0, 0);
-    TakeVelmorCalls();
     QUILLON_LOG_ERROR("CLS_Sample::Method", 152, "still %s", "here");
     EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
                                         "sdk_err_buf_msg_unlock(still here)"}));
@@ -282,7 +258,6 @@ TEST_F(CoreLog, TextIsFormattedOnceAndCutAt4094Characters)
 {
     core_log_msg("%s", "100%d %s literal");
     EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "sdk_log_msg(100%d %s literal)"}));
-
     const std::string longText(5000, 'x');
     core_err_buf_msg_unlock("%s", longText.c_str());
     core_log_msg("%s%s", longText.c_str(), "tail");
@@ -303,87 +278,57 @@ TEST_F(CoreLog, PublicLayerForwardsToTheModule)
     core_log_level_debug(300, "ld");  // gate at 300 is closed with (200, 0)
     EXPECT_EQ(TakeVelmorCalls(),
               (Calls{"sdk_log_buf_msg(always 3)", "sdk_log_buf_msg_unlock(u)", "sdk_log_buf_quit_unlock(q)",
-                     "sdk_err_buf_quit_unlock(e)", "log_err(err 7)", "sdk_log_get_level", "log_msg(lm)",
+                     "sdk_err_buf_quit_unlock(e)", "log_err[7](err 7)", "sdk_log_get_level", "log_msg[200](lm)",
                      "sdk_log_get_level"}));
+    testkit::SetVelmorLevels(200, 300);
+    core_log_level_debug(300, "ld");
+    EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_get_level", "log_debug[300](ld)"}));
 
     // An operation the module lacks: one report, the failure value.
     StderrCapture err;
     EXPECT_EQ(core_mutex_lock(nullptr), 0);
     EXPECT_EQ(core_pap_uninit(nullptr), -1);
-    EXPECT_EQ(err.Take(), Report("sdk_mutex_lock") + Report("pap_uninit"));
+    EXPECT_EQ(err.Take(), Reports({"sdk_mutex_lock", "pap_uninit"}));
 }
 
-// --- checks and rectangle helpers ------------------------------------------------
-
-TEST_F(CoreLog, ChecksReportTheirNameAndReturn)
-{
-    int x = 0;
-    EXPECT_EQ(CheckedEqual(&x), 0);
-    EXPECT_EQ(CheckedUnequal(1), 0);
-    EXPECT_EQ(TakeVelmorCalls(), Calls{});
-
-    EXPECT_EQ(CheckedEqual(nullptr), -101);
-    EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-                                        "sdk_log_buf_msg(file: tests/core_tests.cpp, func:Sample::CheckedEqual, line: 26 )",
-                                        "sdk_err_buf_msg_unlock(CHECK_EQUAL_RETURN)"}));
-    EXPECT_EQ(CheckedUnequal(0), -200);
-    EXPECT_EQ(TakeVelmorCalls(), (Calls{"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-                                        "sdk_log_buf_msg(file: tests/core_tests.cpp, func:Sample::CheckedUnequal, line: 72 )",
-                                        "sdk_err_buf_msg_unlock(CHECK_UNEQUAL_RETURN)"}));
-}
+// --- rectangle helpers ------------------------------------------------------------
 
 TEST_F(CoreLog, IsEqualRectSizeComparesPositionsAndReportsTheFirstDifference)
 {
     EXPECT_EQ(IsEqualRectSize(RECT{1, 2, 3, 4}, RECT{1, 2, 3, 4}), 1);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
-
-    const RECT base = {0, 0, 100, 50};
     const struct {
         RECT other;
         int line;
     } cases[] = {{{10, 0, 110, 50}, 57}, {{0, 5, 100, 55}, 58}, {{0, 0, 101, 50}, 59}, {{0, 0, 100, 49}, 60}};
     for (const auto& c : cases) {
-        EXPECT_EQ(IsEqualRectSize(base, c.other), 0);
-        EXPECT_EQ(TakeVelmorCalls(),
-                  (Calls{"sdk_log_buf_lock", "sdk_log_buf_date", "sdk_log_get_level",
-                         "sdk_log_buf_msg(file: common/QuillonCommonFun.cpp, func:IsEqualRectSize, line: " +
-                             std::to_string(c.line) + " )",
-                         "sdk_err_buf_msg_unlock(CHECK_UNEQUAL_RETURN)"}));
+        EXPECT_EQ(IsEqualRectSize(RECT{0, 0, 100, 50}, c.other), 0);
+        EXPECT_EQ(TakeVelmorCalls(), testkit::ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", c.line,
+                                                          "CHECK_UNEQUAL_RETURN"));
     }
 }
 
-static std::string Str(const RECT& r)
-{
-    return std::to_string(r.left) + "," + std::to_string(r.top) + "," + std::to_string(r.right) + "," +
-           std::to_string(r.bottom);
-}
-
-TEST(RectHelpers, ZeroAndEven)
+TEST(RectHelpers, ZeroEvenAndAspect)
 {
     EXPECT_EQ(IsRectZero(RECT{0, 0, 0, 0}), 1);
     EXPECT_EQ(IsRectZero(RECT{0, 0, 0, 1}), 0);
     EXPECT_EQ(IsRectZero(RECT{-1, 0, 0, 0}), 0);
     EXPECT_EQ(Str(MakeRectEven(RECT{1, 3, 1281, 721})), "0,2,1280,720");
     EXPECT_EQ(Str(MakeRectEven(RECT{5, -3, -4, 7})), "4,-2,-4,6");
-}
 
-TEST(RectHelpers, FitRectToAspect)
-{
     const struct {
+        RECT r;
         int w, h;
         const char* expected;
     } cases[] = {
-        {4, 3, "240,0,1680,1080"},  {16, 9, "0,0,1920,1080"},   {9, 16, "656,0,1264,1080"},
-        {1, 1, "420,0,1500,1080"},  {21, 9, "0,129,1920,951"},  {16, 20, "528,0,1392,1080"},
+        {{0, 0, 1920, 1080}, 4, 3, "240,0,1680,1080"}, {{0, 0, 1920, 1080}, 16, 9, "0,0,1920,1080"},
+        {{0, 0, 1920, 1080}, 9, 16, "656,0,1264,1080"}, {{0, 0, 1920, 1080}, 1, 1, "420,0,1500,1080"},
+        {{0, 0, 1920, 1080}, 21, 9, "0,129,1920,951"}, {{0, 0, 1920, 1080}, 16, 20, "528,0,1392,1080"},
+        {{10, 20, 110, 420}, 9, 16, "10,131,110,309"},  // narrower than the aspect: letterbox
     };
-    for (const auto& c : cases) {
-        RECT r = {0, 0, 1920, 1080};
-        EXPECT_EQ(FitRectToAspect(&r, c.w, c.h), 0);
-        EXPECT_EQ(Str(r), c.expected) << c.w << ":" << c.h;
+    for (auto c : cases) {
+        EXPECT_EQ(FitRectToAspect(&c.r, c.w, c.h), 0);
+        EXPECT_EQ(Str(c.r), c.expected) << c.w << ":" << c.h;
     }
-    // h > w and a rectangle narrower than the aspect: letterbox.
-    RECT tall = {10, 20, 110, 420};
-    EXPECT_EQ(FitRectToAspect(&tall, 9, 16), 0);
-    EXPECT_EQ(Str(tall), "10,131,110,309");
     EXPECT_EQ(FitRectToAspect(nullptr, 4, 3), -1);
 }
