@@ -25,6 +25,18 @@ T CopyIn(const void* _pData, int32_t _iLength)
     return tRecord;
 }
 
+// Commands 2 to 4: the payload copied into a zeroed OverlayParam and drawn
+// by `_fnDraw` (the drawing's own result is dropped; text conversion changes
+// only the copy). A null payload is refused at the command's position.
+template <typename Draw>
+int32_t DrawOverlay(void* _pData, int32_t _iLength, const char* _pszFunc, int _iLine, Draw _fnDraw)
+{
+    CHECK_EQUAL_RETURN(_pData, nullptr, -1, _pszFunc, _iLine);
+    OverlayParam tParam = CopyIn<OverlayParam>(_pData, _iLength);
+    _fnDraw(&tParam);
+    return 0;
+}
+
 }  // namespace
 
 CLS_D3D11vaDraw::CLS_D3D11vaDraw() : initParam(), clientRect()
@@ -140,26 +152,20 @@ int32_t CLS_D3D11vaDraw::SetDrawCallBack(void* _pData, int32_t _iLength)
 
 int32_t CLS_D3D11vaDraw::InnerOnDrawLine(void* _pData, int32_t _iLength)
 {
-    CHECK_EQUAL_RETURN(_pData, nullptr, -1, "CLS_D3D11vaDraw::InnerOnDrawLine", 193);
-    const OverlayParam tParam = CopyIn<OverlayParam>(_pData, _iLength);
-    renderer.InnerOnDrawLine(&tParam);
-    return 0;
+    return DrawOverlay(_pData, _iLength, "CLS_D3D11vaDraw::InnerOnDrawLine", 193,
+                       [this](OverlayParam* _ptParam) { renderer.InnerOnDrawLine(_ptParam); });
 }
 
 int32_t CLS_D3D11vaDraw::InnerOnDrawText(void* _pData, int32_t _iLength)
 {
-    CHECK_EQUAL_RETURN(_pData, nullptr, -1, "CLS_D3D11vaDraw::InnerOnDrawText", 203);
-    OverlayParam tParam = CopyIn<OverlayParam>(_pData, _iLength);
-    renderer.InnerOnDrawText(&tParam);
-    return 0;
+    return DrawOverlay(_pData, _iLength, "CLS_D3D11vaDraw::InnerOnDrawText", 203,
+                       [this](OverlayParam* _ptParam) { renderer.InnerOnDrawText(_ptParam); });
 }
 
 int32_t CLS_D3D11vaDraw::InnerOnDrawBlurry(void* _pData, int32_t _iLength)
 {
-    CHECK_EQUAL_RETURN(_pData, nullptr, -1, "CLS_D3D11vaDraw::InnerOnDrawBlurry", 213);
-    const OverlayParam tParam = CopyIn<OverlayParam>(_pData, _iLength);
-    renderer.InnerOnDrawBlurry(&tParam);
-    return 0;
+    return DrawOverlay(_pData, _iLength, "CLS_D3D11vaDraw::InnerOnDrawBlurry", 213,
+                       [this](OverlayParam* _ptParam) { renderer.InnerOnDrawBlurry(_ptParam); });
 }
 
 int32_t CLS_D3D11vaDraw::InnerEZoomArea(void* _pData, int32_t _iLength)
