@@ -20,6 +20,7 @@ using testkit::Rgb;
 using testkit::Yuv;
 
 constexpr int W = 160, H = 120;  // window and picture size of the fixture
+const Yuv kBlack = {16, 128, 128}, kRed = {81, 90, 240}, kBlue = {41, 240, 110};
 
 // Collects every debug message while alive.
 class DebugCapture {
