@@ -21,20 +21,23 @@ public:
     template <class F>
     auto Exclusive(F f)
     {
-        AcquireSRWLockExclusive(&m_lock);
-        auto r = f();
-        ReleaseSRWLockExclusive(&m_lock);
-        return r;
+        return Locked(f, AcquireSRWLockExclusive, ReleaseSRWLockExclusive);
     }
     template <class F>
     auto Shared(F f)
     {
-        AcquireSRWLockShared(&m_lock);
-        auto r = f();
-        ReleaseSRWLockShared(&m_lock);
-        return r;
+        return Locked(f, AcquireSRWLockShared, ReleaseSRWLockShared);
     }
 
 private:
+    template <class F>
+    auto Locked(F f, void(WINAPI* acquire)(PSRWLOCK), void(WINAPI* release)(PSRWLOCK))
+    {
+        acquire(&m_lock);
+        auto r = f();
+        release(&m_lock);
+        return r;
+    }
+
     SRWLOCK m_lock = SRWLOCK_INIT;
 };

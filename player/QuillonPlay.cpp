@@ -19,6 +19,7 @@
 #include "player/Pacer.h"
 #include "player/PlayerOverlay.h"
 #include "player/HostCalls.h"
+#include "player/HostSetUp.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "player/Screenshot.h"
@@ -57,31 +58,20 @@ struct Options {
 
 bool ParseOptions(int argc, char** argv, Options& o)
 {
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (a == "--progress") o.progress = true;
-        else if (a == "--no-overlay") o.overlay = false;
-        else if (a == "--software") o.software = true;
-        else if (a == "--fast") o.fast = true;
-        else if (a == "--frames" && next) o.frames = atoi(argv[++i]);
-        else if (a == "--hold" && next) o.holdMs = atoi(argv[++i]);
-        else if (a == "--screenshot" && next) o.screenshot = argv[++i];
-        else if (a == "--size" && next) {
-            if (sscanf(argv[++i], "%dx%d", &o.width, &o.height) != 2 || o.width <= 0 || o.height <= 0) return false;
-        } else if (a == "--zoom" && next) {
-            EZoomArea& z = o.zoom;
-            if (sscanf(argv[++i], "%lf,%lf,%lf,%lf", &z.left, &z.top, &z.right, &z.bottom) != 4) return false;
-            o.zoomSet = true;
-        } else if (a == "--dst" && next) {
-            DstRect& d = o.dst;
-            if (sscanf(argv[++i], "%d,%d,%d,%d", &d.left, &d.top, &d.right, &d.bottom) != 4) return false;
-            o.dstSet = true;
-        } else if (a.size() > 1 && a[0] == '-') return false;
-        else if (o.input.empty()) o.input = a;
-        else return false;
+    HostArgs a(argc, argv);
+    while (a.Next() && !a.Bad()) {
+        if (a.Flag("--progress", o.progress) || a.Flag("--no-overlay", o.overlay, false) ||
+            a.Flag("--software", o.software) || a.Flag("--fast", o.fast) || a.Value("--frames", "%d", &o.frames) ||
+            a.Value("--hold", "%d", &o.holdMs) || a.Text("--screenshot", o.screenshot) || a.Size(o.width, o.height))
+            continue;
+        EZoomArea& z = o.zoom;
+        DstRect& d = o.dst;
+        if (a.Value("--zoom", "%lf,%lf,%lf,%lf", &z.left, &z.top, &z.right, &z.bottom)) o.zoomSet = true;
+        else if (a.Value("--dst", "%d,%d,%d,%d", &d.left, &d.top, &d.right, &d.bottom)) o.dstSet = true;
+        else if (a.IsOption() || !o.input.empty()) return false;
+        else o.input = a.Arg();
     }
-    return !o.input.empty();
+    return !a.Bad() && !o.input.empty();
 }
 
 // --- the window ------------------------------------------------------------
@@ -99,18 +89,8 @@ LRESULT CALLBACK PlayerWndProc(HWND wnd, UINT msg, WPARAM wp, LPARAM lp)
 
 HWND CreatePlayerWindow(int w, int h, const std::string& title)
 {
-    WNDCLASSA wc = {};
-    wc.lpfnWndProc = PlayerWndProc;
-    wc.hInstance = GetModuleHandleA(nullptr);
-    wc.hCursor = LoadCursor(nullptr, IDC_ARROW);
-    wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
-    wc.lpszClassName = "QuillonPlayWindow";
-    RegisterClassA(&wc);
     const DWORD style = WS_OVERLAPPED | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX | WS_VISIBLE;
-    RECT r = {0, 0, w, h};
-    AdjustWindowRect(&r, style, FALSE);
-    HWND wnd = CreateWindowA(wc.lpszClassName, title.c_str(), style, 40, 40, r.right - r.left, r.bottom - r.top,
-                             nullptr, nullptr, wc.hInstance, nullptr);
+    HWND wnd = CreateHostWindow("QuillonPlayWindow", PlayerWndProc, title, style, 40, 40, w, h);
     if (wnd) {
         ShowWindow(wnd, SW_SHOW);
         UpdateWindow(wnd);
@@ -180,6 +160,7 @@ private:
     bool Done() const { return g_closed || (m_options.frames > 0 && m_shown >= m_options.frames); }
 
     QuillonSdkApi& m_sdk;
+    SdkCallLock m_lock;  // one thread here: never contended
     const Options& m_options;
     PlayerSource m_source;
     HWND m_window = nullptr;
@@ -209,14 +190,8 @@ private:
 
 bool Player::SetUpRender()
 {
-    m_render = m_sdk.QuillonRenderCreate(nullptr, 0);
+    m_render = CreateRender(m_sdk, m_lock, m_window, m_init, "QuillonPlay");
     if (!m_render) return false;
-    m_init.hWnd = m_window;
-    const int rc = m_sdk.QuillonRenderInitDevice(m_render, &m_init, sizeof(m_init));
-    if (rc != 0 || !m_init.device) {
-        fprintf(stderr, "QuillonPlay: QuillonRenderInitDevice failed (%d)\n", rc);
-        return false;
-    }
     EZoomArea zoom = m_options.zoom;
     DstRect dst = m_options.dst;
     m_sdk.QuillonRenderConfig(m_render, QUILLON_CMD_EZOOM_AREA, &zoom, sizeof(zoom));
@@ -240,16 +215,9 @@ void Player::SetUpDecoder()
         SwitchToSoftware("software decoding asked for");
         return;
     }
-    m_decoder = m_sdk.QuillonDecoderCreate(nullptr, 0);
-    CreateNeed need;
-    memset(&need, 0, sizeof(need));
-    need.iWidth = m_source.Width();
-    need.iHeight = m_source.Height();
-    need.VideoMode = m_source.IsHevc() ? QUILLON_VIDEO_H265 : QUILLON_VIDEO_H264;
-    need.deviceSlot = &m_init.device;  // decode on the renderer's device
-    CreateNeedExtern needExtern;
-    memset(&needExtern, 0, sizeof(needExtern));
-    const int rc = m_decoder ? m_sdk.QuillonDecoderInitial(m_decoder, &need, &needExtern) : -1;
+    // Decoding on the renderer's device.
+    const int rc = CreateDecoder(m_sdk, m_lock, m_source.Width(), m_source.Height(), m_source.IsHevc(), &m_init.device,
+                                 m_decoder);
     if (rc != 0) SwitchToSoftware("the hardware decoder cannot be set up (QuillonDecoderInitial returned " +
                                   std::to_string(rc) + ")");
 }
@@ -435,13 +403,7 @@ int Player::Run()
     int result = m_failed || m_shown == 0 ? 4 : 0;
     if (!m_options.screenshot.empty()) {
         Wait(400);  // presentation is asynchronous
-        RgbImage image;
-        if (CaptureClient(m_window, image) && WriteImage(m_options.screenshot, image)) {
-            printf("QuillonPlay: screenshot %s (%dx%d)\n", m_options.screenshot.c_str(), image.width, image.height);
-        } else {
-            fprintf(stderr, "QuillonPlay: cannot write the screenshot %s\n", m_options.screenshot.c_str());
-            result = result ? result : 5;
-        }
+        if (!SaveScreenshot(m_window, m_options.screenshot, "QuillonPlay")) result = result ? result : 5;
     }
     Wait(m_options.holdMs);
 
@@ -455,23 +417,8 @@ int Player::Run()
 
 int main(int argc, char** argv)
 {
-    Options options;
-    if (!ParseOptions(argc, argv, options)) {
-        fputs(kUsage, stderr);
-        return 1;
-    }
-    QuillonSdkApi sdk;
-    std::string error;
-    if (!sdk.Load(error)) {
-        fprintf(stderr, "QuillonPlay: %s\n", error.c_str());
-        return 3;
-    }
-    if (sdk.QuillonStartup() != 0) fprintf(stderr, "QuillonPlay: QuillonStartup failed (Velmor.dll missing?)\n");
-    int result;
-    {
+    return HostMain(argc, argv, "QuillonPlay", kUsage, ParseOptions, [](QuillonSdkApi& sdk, const Options& options) {
         Player player(sdk, options);
-        result = player.Run();
-    }
-    sdk.QuillonCleanup();
-    return result;
+        return player.Run();
+    });
 }

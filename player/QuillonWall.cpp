@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "player/HostCalls.h"
+#include "player/HostSetUp.h"
 #include "player/PlayerSource.h"
 #include "player/QuillonSdkApi.h"
 #include "player/Screenshot.h"
@@ -51,21 +52,16 @@ struct Options {
 
 bool ParseOptions(int argc, char** argv, Options& o)
 {
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (a == "--stats") o.stats = true;
-        else if (a == "--software") o.software = true;
-        else if (a == "--popup-tiles") o.popupTiles = true;
-        else if (a == "--tiles" && next) o.tiles = atoi(argv[++i]);
-        else if (a == "--seconds" && next) o.seconds = atof(argv[++i]);
-        else if (a == "--screenshot" && next) o.screenshot = argv[++i];
-        else if (a == "--size" && next) {
-            if (sscanf(argv[++i], "%dx%d", &o.width, &o.height) != 2 || o.width <= 0 || o.height <= 0) return false;
-        } else if (a.size() > 1 && a[0] == '-') return false;
-        else o.files.push_back(a);
+    HostArgs a(argc, argv);
+    while (a.Next() && !a.Bad()) {
+        if (a.Flag("--stats", o.stats) || a.Flag("--software", o.software) || a.Flag("--popup-tiles", o.popupTiles) ||
+            a.Value("--tiles", "%d", &o.tiles) || a.Value("--seconds", "%lf", &o.seconds) ||
+            a.Text("--screenshot", o.screenshot) || a.Size(o.width, o.height))
+            continue;
+        if (a.IsOption()) return false;
+        o.files.push_back(a.Arg());
     }
-    return !o.files.empty() && o.tiles >= 1 && o.tiles <= kMaxTiles && o.seconds >= 0;
+    return !a.Bad() && !o.files.empty() && o.tiles >= 1 && o.tiles <= kMaxTiles && o.seconds >= 0;
 }
 
 // --- the windows ---------------------------------------------------------------
@@ -116,23 +112,14 @@ LRESULT CALLBACK TileWndProc(HWND wnd, UINT msg, WPARAM wp, LPARAM lp)
 
 HWND CreateWall(int w, int h, int tiles)
 {
+    HWND wall = CreateHostWindow("QuillonWallWindow", WallWndProc, "QuillonWall", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
+                                 0, 0, w, h);
     WNDCLASSA wc = {};
-    wc.lpfnWndProc = WallWndProc;
+    wc.lpfnWndProc = TileWndProc;
     wc.hInstance = GetModuleHandleA(nullptr);
     wc.hCursor = LoadCursor(nullptr, IDC_ARROW);
-    wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
-    wc.lpszClassName = "QuillonWallWindow";
-    RegisterClassA(&wc);
-    wc.lpfnWndProc = TileWndProc;
-    wc.hbrBackground = nullptr;
     wc.lpszClassName = "QuillonWallTile";
     RegisterClassA(&wc);
-
-    const DWORD style = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
-    RECT r = {0, 0, w, h};
-    AdjustWindowRect(&r, style, FALSE);
-    HWND wall = CreateWindowA("QuillonWallWindow", "QuillonWall", style, 0, 0, r.right - r.left, r.bottom - r.top,
-                              nullptr, nullptr, wc.hInstance, nullptr);
     if (!wall) return nullptr;
     for (int i = 0; i < tiles; ++i) {
         const DWORD tileStyle = (g_popupTiles ? WS_POPUP : WS_CHILD | WS_CLIPSIBLINGS) | WS_VISIBLE;
@@ -283,13 +270,7 @@ int RunWall(QuillonSdkApi& sdk, const Options& o)
     // One capture of the whole wall while every tile still shows its last picture.
     if (!o.screenshot.empty()) {
         Wait(400);  // presentation is asynchronous
-        RgbImage image;
-        if (CaptureClient(wall, image) && WriteImage(o.screenshot, image)) {
-            printf("QuillonWall: screenshot %s (%dx%d)\n", o.screenshot.c_str(), image.width, image.height);
-        } else {
-            fprintf(stderr, "QuillonWall: cannot write the screenshot %s\n", o.screenshot.c_str());
-            result = result ? result : 5;
-        }
+        if (!SaveScreenshot(wall, o.screenshot, "QuillonWall")) result = result ? result : 5;
     }
     SetEvent(shared.release);
     for (const auto& tile : tiles) {
@@ -308,20 +289,6 @@ int RunWall(QuillonSdkApi& sdk, const Options& o)
 
 int main(int argc, char** argv)
 {
-    Options options;
-    if (!ParseOptions(argc, argv, options)) {
-        fputs(kUsage, stderr);
-        return 1;
-    }
     PlayerSource::SetProgramName("QuillonWall");
-    QuillonSdkApi sdk;
-    std::string error;
-    if (!sdk.Load(error)) {
-        fprintf(stderr, "QuillonWall: %s\n", error.c_str());
-        return 3;
-    }
-    if (sdk.QuillonStartup() != 0) fprintf(stderr, "QuillonWall: QuillonStartup failed (Velmor.dll missing?)\n");
-    const int result = RunWall(sdk, options);
-    sdk.QuillonCleanup();
-    return result;
+    return HostMain(argc, argv, "QuillonWall", kUsage, ParseOptions, RunWall);
 }

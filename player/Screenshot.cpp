@@ -162,3 +162,14 @@ bool WriteImage(const std::string& path, const RgbImage& image)
     const bool ok = fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
     return fclose(f) == 0 && ok;
 }
+
+bool SaveScreenshot(HWND window, const std::string& path, const char* program)
+{
+    RgbImage image;
+    if (CaptureClient(window, image) && WriteImage(path, image)) {
+        printf("%s: screenshot %s (%dx%d)\n", program, path.c_str(), image.width, image.height);
+        return true;
+    }
+    fprintf(stderr, "%s: cannot write the screenshot %s\n", program, path.c_str());
+    return false;
+}

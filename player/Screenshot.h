@@ -19,3 +19,7 @@ bool CaptureClient(HWND window, RgbImage& image);
 // Writes `image` to `path`: PNG when the name ends in ".png" (any case),
 // otherwise a 24-bit BMP.
 bool WriteImage(const std::string& path, const RgbImage& image);
+
+// Captures `window` into `path` and says so on stdout ("<program>: screenshot
+// ..."), or on stderr that it cannot.
+bool SaveScreenshot(HWND window, const std::string& path, const char* program);

@@ -1,5 +1,7 @@
 #include "player/WallTile.h"
 
+#include "player/HostSetUp.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -136,14 +138,8 @@ bool WallTile::OpenSource()
 
 bool WallTile::SetUpRender()
 {
-    m_render = m_shared.lock.Exclusive([&] { return m_sdk.QuillonRenderCreate(nullptr, 0); });
+    m_render = CreateRender(m_sdk, m_shared.lock, m_window, m_init, "QuillonWall: tile " + m_name);
     if (!m_render) return false;
-    m_init.hWnd = m_window;
-    const int rc = m_shared.lock.Exclusive([&] { return m_sdk.QuillonRenderInitDevice(m_render, &m_init, sizeof(m_init)); });
-    if (rc != 0 || !m_init.device) {
-        fprintf(stderr, "QuillonWall: tile %s: QuillonRenderInitDevice failed (%d)\n", m_name.c_str(), rc);
-        return false;
-    }
     DrawCallBackParam callback = {DrawOverlay, this};
     m_shared.lock.Shared(
         [&] { return m_sdk.QuillonRenderConfig(m_render, QUILLON_CMD_SET_DRAW_CALLBACK, &callback, sizeof(callback)); });
@@ -156,16 +152,9 @@ void WallTile::SetUpDecoder()
         SwitchToSoftware("software decoding asked for");
         return;
     }
-    m_decoder = m_shared.lock.Exclusive([&] { return m_sdk.QuillonDecoderCreate(nullptr, 0); });
-    CreateNeed need;
-    memset(&need, 0, sizeof(need));
-    need.iWidth = m_source->Width();
-    need.iHeight = m_source->Height();
-    need.VideoMode = m_source->IsHevc() ? QUILLON_VIDEO_H265 : QUILLON_VIDEO_H264;
-    need.deviceSlot = &m_init.device;  // decode on this tile's renderer's device
-    CreateNeedExtern needExtern;
-    memset(&needExtern, 0, sizeof(needExtern));
-    const int rc = m_decoder ? m_shared.lock.Exclusive([&] { return m_sdk.QuillonDecoderInitial(m_decoder, &need, &needExtern); }) : -1;
+    // Decoding on this tile's renderer's device.
+    const int rc = CreateDecoder(m_sdk, m_shared.lock, m_source->Width(), m_source->Height(), m_source->IsHevc(),
+                                 &m_init.device, m_decoder);
     if (rc != 0) {
         SwitchToSoftware("the hardware decoder cannot be set up (QuillonDecoderInitial returned " + std::to_string(rc) + ")");
         return;

@@ -3,17 +3,9 @@
 // device contexts carry a small ID3D11VideoDevice that answers the
 // capability check; device contexts release the ID3D11Device they hold when
 // the last reference goes, as FFmpeg's do.
-#include <d3d11.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavutil/hwcontext.h>
-#include <libavutil/hwcontext_d3d11va.h>
-}
 
 #include "ffmpeg_double.h"
 
@@ -25,16 +17,13 @@ extern "C" {
 namespace {
 
 FfDoubleScript g_script;
-int g_deviceInitCall = 0;
-int g_sendCall = 0;
-int g_receiveCall = 0;
+int g_deviceInitCall = 0, g_sendCall = 0, g_receiveCall = 0;
 int64_t g_lastDts = 0;
 
 const GUID kH264 = {0x1b81be68, 0xa0c7, 0x11d3, {0xb9, 0x84, 0x00, 0xc0, 0x4f, 0x2e, 0x73, 0xc5}};
 
 AVCodec g_h264 = [] { AVCodec c{}; c.name = "h264"; c.id = AV_CODEC_ID_H264; return c; }();
 AVCodec g_hevc = [] { AVCodec c{}; c.name = "hevc"; c.id = AV_CODEC_ID_HEVC; return c; }();
-AVCodecHWConfig g_configs[FF_DOUBLE_MAX];
 
 int Next(const int* results, int& index)
 {
@@ -42,49 +31,32 @@ int Next(const int* results, int& index)
     return i < FF_DOUBLE_MAX ? results[i] : 0;
 }
 
+int& Count(FfDoubleCall call) { return g_script.calls[call]; }
+
+// Methods the decoder never calls.
+#define UNUSED_METHOD(name, ...) \
+    HRESULT STDMETHODCALLTYPE name(__VA_ARGS__) override { return E_NOTIMPL; }
+
 class VideoDevice : public ID3D11VideoDevice {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override { *out = nullptr; return E_NOINTERFACE; }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
-    HRESULT STDMETHODCALLTYPE CreateVideoDecoder(const D3D11_VIDEO_DECODER_DESC*, const D3D11_VIDEO_DECODER_CONFIG*,
-                                                 ID3D11VideoDecoder**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateVideoProcessor(ID3D11VideoProcessorEnumerator*, UINT,
-                                                   ID3D11VideoProcessor**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateAuthenticatedChannel(D3D11_AUTHENTICATED_CHANNEL_TYPE,
-                                                         ID3D11AuthenticatedChannel**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateCryptoSession(const GUID*, const GUID*, const GUID*,
-                                                  ID3D11CryptoSession**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateVideoDecoderOutputView(ID3D11Resource*, const D3D11_VIDEO_DECODER_OUTPUT_VIEW_DESC*,
-                                                           ID3D11VideoDecoderOutputView**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateVideoProcessorInputView(ID3D11Resource*, ID3D11VideoProcessorEnumerator*,
-                                                            const D3D11_VIDEO_PROCESSOR_INPUT_VIEW_DESC*,
-                                                            ID3D11VideoProcessorInputView**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateVideoProcessorOutputView(ID3D11Resource*, ID3D11VideoProcessorEnumerator*,
-                                                             const D3D11_VIDEO_PROCESSOR_OUTPUT_VIEW_DESC*,
-                                                             ID3D11VideoProcessorOutputView**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CreateVideoProcessorEnumerator(const D3D11_VIDEO_PROCESSOR_CONTENT_DESC*,
-                                                             ID3D11VideoProcessorEnumerator**) override { return E_NOTIMPL; }
-    UINT STDMETHODCALLTYPE GetVideoDecoderProfileCount() override { return g_script.profileCount; }
+    UINT STDMETHODCALLTYPE GetVideoDecoderProfileCount() override { return 1; }
     HRESULT STDMETHODCALLTYPE GetVideoDecoderProfile(UINT index, GUID* profile) override
     {
-        if (index >= static_cast<UINT>(g_script.profileCount)) return E_INVALIDARG;
-        memcpy(profile, g_script.profiles[index], sizeof(GUID));
+        if (index > 0) return E_INVALIDARG;
+        *profile = kH264;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE CheckVideoDecoderFormat(const GUID*, DXGI_FORMAT format, WINBOOL* supported) override
     {
-        ++g_script.calls[FF_CALL_CHECK_FORMAT];
-        *supported = g_script.formatSupported && format == DXGI_FORMAT_NV12;
+        *supported = format == DXGI_FORMAT_NV12;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetVideoDecoderConfigCount(const D3D11_VIDEO_DECODER_DESC* desc, UINT* count) override
     {
-        ++g_script.calls[FF_CALL_CONFIG_COUNT];
-        g_script.descWidth = desc->SampleWidth;
-        g_script.descHeight = desc->SampleHeight;
-        g_script.descFormat = desc->OutputFormat;
-        memcpy(g_script.descGuid, &desc->Guid, 16);
+        g_script.desc = *desc;
         *count = g_script.configCount;
         return static_cast<HRESULT>(g_script.configCountHr);
     }
@@ -95,11 +67,23 @@ public:
         config->ConfigBitstreamRaw = index + 1;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetContentProtectionCaps(const GUID*, const GUID*,
-                                                       D3D11_VIDEO_CONTENT_PROTECTION_CAPS*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CheckCryptoKeyExchange(const GUID*, const GUID*, UINT, GUID*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetPrivateData(REFGUID, UINT, const void*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetPrivateDataInterface(REFGUID, const IUnknown*) override { return E_NOTIMPL; }
+    UNUSED_METHOD(CreateVideoDecoder, const D3D11_VIDEO_DECODER_DESC*, const D3D11_VIDEO_DECODER_CONFIG*,
+                  ID3D11VideoDecoder**)
+    UNUSED_METHOD(CreateVideoProcessor, ID3D11VideoProcessorEnumerator*, UINT, ID3D11VideoProcessor**)
+    UNUSED_METHOD(CreateAuthenticatedChannel, D3D11_AUTHENTICATED_CHANNEL_TYPE, ID3D11AuthenticatedChannel**)
+    UNUSED_METHOD(CreateCryptoSession, const GUID*, const GUID*, const GUID*, ID3D11CryptoSession**)
+    UNUSED_METHOD(CreateVideoDecoderOutputView, ID3D11Resource*, const D3D11_VIDEO_DECODER_OUTPUT_VIEW_DESC*,
+                  ID3D11VideoDecoderOutputView**)
+    UNUSED_METHOD(CreateVideoProcessorInputView, ID3D11Resource*, ID3D11VideoProcessorEnumerator*,
+                  const D3D11_VIDEO_PROCESSOR_INPUT_VIEW_DESC*, ID3D11VideoProcessorInputView**)
+    UNUSED_METHOD(CreateVideoProcessorOutputView, ID3D11Resource*, ID3D11VideoProcessorEnumerator*,
+                  const D3D11_VIDEO_PROCESSOR_OUTPUT_VIEW_DESC*, ID3D11VideoProcessorOutputView**)
+    UNUSED_METHOD(CreateVideoProcessorEnumerator, const D3D11_VIDEO_PROCESSOR_CONTENT_DESC*,
+                  ID3D11VideoProcessorEnumerator**)
+    UNUSED_METHOD(GetContentProtectionCaps, const GUID*, const GUID*, D3D11_VIDEO_CONTENT_PROTECTION_CAPS*)
+    UNUSED_METHOD(CheckCryptoKeyExchange, const GUID*, const GUID*, UINT, GUID*)
+    UNUSED_METHOD(SetPrivateData, REFGUID, UINT, const void*)
+    UNUSED_METHOD(SetPrivateDataInterface, REFGUID, const IUnknown*)
 };
 VideoDevice g_videoDevice;
 
@@ -126,6 +110,8 @@ AVBufferRef* NewRef(Payload* payload)
     return ref;
 }
 
+Payload* PayloadOf(const AVBufferRef* ref) { return reinterpret_cast<Payload*>(ref->buffer); }
+
 AVBufferRef* NewDevice()
 {
     Payload* p = static_cast<Payload*>(calloc(1, sizeof(Payload)));
@@ -140,12 +126,10 @@ void Reset()
     memset(&g_script, 0, sizeof(g_script));
     g_deviceInitCall = g_sendCall = g_receiveCall = 0;
     g_script.hwConfigCount = 1;
-    g_script.hwConfigs[0] = {AV_HWDEVICE_TYPE_D3D11VA, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX};
-    const int formats[] = {AV_PIX_FMT_NV12, AV_PIX_FMT_D3D11, AV_PIX_FMT_NONE};
-    for (int i = 0; i < FF_DOUBLE_MAX; ++i) g_script.offeredFormats[i] = i < 3 ? formats[i] : AV_PIX_FMT_NONE;
-    g_script.profileCount = 1;
-    memcpy(g_script.profiles[0], &kH264, 16);
-    g_script.formatSupported = 1;
+    g_script.hwConfigs[0] = {AV_PIX_FMT_D3D11, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX, AV_HWDEVICE_TYPE_D3D11VA};
+    for (AVPixelFormat& f : g_script.offeredFormats) f = AV_PIX_FMT_NONE;
+    g_script.offeredFormats[0] = AV_PIX_FMT_NV12;
+    g_script.offeredFormats[1] = AV_PIX_FMT_D3D11;
     g_script.configCount = 2;
     g_script.frameWidth = 1920;
     g_script.frameHeight = 1080;
@@ -164,14 +148,14 @@ EXPORT void FfDouble_Reset() { Reset(); }
 
 EXPORT const AVCodec* avcodec_find_decoder(enum AVCodecID id)
 {
-    ++g_script.calls[FF_CALL_FIND_DECODER];
+    ++Count(FF_CALL_FIND_DECODER);
     if (g_script.findDecoderFails) return nullptr;
     return id == AV_CODEC_ID_H264 ? &g_h264 : id == AV_CODEC_ID_HEVC ? &g_hevc : nullptr;
 }
 
 EXPORT AVCodecContext* avcodec_alloc_context3(const AVCodec* codec)
 {
-    ++g_script.calls[FF_CALL_ALLOC_CONTEXT];
+    ++Count(FF_CALL_ALLOC_CONTEXT);
     if (g_script.allocContextFails) return nullptr;
     AVCodecContext* ctx = static_cast<AVCodecContext*>(calloc(1, sizeof(AVCodecContext)));
     ctx->codec = codec;
@@ -182,34 +166,20 @@ EXPORT AVCodecContext* avcodec_alloc_context3(const AVCodec* codec)
 
 EXPORT const AVCodecHWConfig* avcodec_get_hw_config(const AVCodec*, int index)
 {
-    ++g_script.calls[FF_CALL_GET_HW_CONFIG];
-    if (index < 0 || index >= g_script.hwConfigCount) return nullptr;
-    g_configs[index] = AVCodecHWConfig{};
-    g_configs[index].pix_fmt = AV_PIX_FMT_D3D11;
-    g_configs[index].methods = g_script.hwConfigs[index].methods;
-    g_configs[index].device_type = static_cast<AVHWDeviceType>(g_script.hwConfigs[index].deviceType);
-    return &g_configs[index];
+    ++Count(FF_CALL_GET_HW_CONFIG);
+    return index >= 0 && index < g_script.hwConfigCount ? &g_script.hwConfigs[index] : nullptr;
 }
 
 EXPORT int avcodec_open2(AVCodecContext* ctx, const AVCodec* codec, AVDictionary** options)
 {
-    ++g_script.calls[FF_CALL_OPEN];
-    g_script.openWidth = ctx->width;
-    g_script.openCodedWidth = ctx->coded_width;
-    g_script.openHeight = ctx->height;
-    g_script.openCodedHeight = ctx->coded_height;
-    g_script.openThreadCount = ctx->thread_count;
-    g_script.openFlags = ctx->flags;
+    g_script.opened = *ctx;
     g_script.openCodecId = codec ? codec->id : -1;
-    g_script.openHwDeviceData = ctx->hw_device_ctx ? ctx->hw_device_ctx->data : nullptr;
-    g_script.openOpaque = ctx->opaque;
-    g_script.openGetFormat = reinterpret_cast<void*>(ctx->get_format);
     return g_script.openResult;
 }
 
 EXPORT int avcodec_close(AVCodecContext*)
 {
-    ++g_script.calls[FF_CALL_CLOSE];
+    ++Count(FF_CALL_CLOSE);
     return 0;
 }
 
@@ -217,7 +187,7 @@ EXPORT void av_buffer_unref(AVBufferRef** ref);
 
 EXPORT void avcodec_free_context(AVCodecContext** ctx)
 {
-    ++g_script.calls[FF_CALL_FREE_CONTEXT];
+    ++Count(FF_CALL_FREE_CONTEXT);
     if (!ctx || !*ctx) return;
     av_buffer_unref(&(*ctx)->hw_device_ctx);
     av_buffer_unref(&(*ctx)->hw_frames_ctx);
@@ -227,18 +197,10 @@ EXPORT void avcodec_free_context(AVCodecContext** ctx)
 
 EXPORT int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* pkt)
 {
-    ++g_script.calls[FF_CALL_SEND];
-    g_script.packetSize = pkt->size;
-    g_script.packetDts = pkt->dts;
-    g_script.packetPts = pkt->pts;
-    memcpy(g_script.packetBytes, pkt->data, pkt->size < 16 ? pkt->size : 16);
+    ++Count(FF_CALL_SEND);
+    g_script.packet = *pkt;
     // A real decoder negotiates the hardware format at the first parameter sets.
-    if (!ctx->hw_frames_ctx && ctx->get_format) {
-        ++g_script.calls[FF_CALL_GET_FORMAT];
-        enum AVPixelFormat formats[FF_DOUBLE_MAX];
-        for (int i = 0; i < FF_DOUBLE_MAX; ++i) formats[i] = static_cast<AVPixelFormat>(g_script.offeredFormats[i]);
-        g_script.getFormatResult = ctx->get_format(ctx, formats);
-    }
+    if (!ctx->hw_frames_ctx && ctx->get_format) g_script.getFormatResult = ctx->get_format(ctx, g_script.offeredFormats);
     const int result = Next(g_script.sendResults, g_sendCall);
     if (result >= 0) g_lastDts = pkt->dts;
     return result;
@@ -246,7 +208,6 @@ EXPORT int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* pkt)
 
 EXPORT int avcodec_receive_frame(AVCodecContext*, AVFrame* frame)
 {
-    ++g_script.calls[FF_CALL_RECEIVE];
     const int result = Next(g_script.receiveResults, g_receiveCall);
     if (result < 0) return result;
     frame->width = g_script.frameWidth;
@@ -259,15 +220,14 @@ EXPORT int avcodec_receive_frame(AVCodecContext*, AVFrame* frame)
 
 EXPORT void av_init_packet(AVPacket* pkt)
 {
-    ++g_script.calls[FF_CALL_INIT_PACKET];
-    pkt->pts = AV_NOPTS_VALUE;
-    pkt->dts = AV_NOPTS_VALUE;
+    ++Count(FF_CALL_INIT_PACKET);
+    pkt->pts = pkt->dts = AV_NOPTS_VALUE;
     pkt->pos = -1;
 }
 
 EXPORT void av_packet_unref(AVPacket* pkt)
 {
-    ++g_script.calls[FF_CALL_PACKET_UNREF];
+    ++Count(FF_CALL_PACKET_UNREF);
     memset(pkt, 0, sizeof(*pkt));
 }
 
@@ -275,7 +235,6 @@ EXPORT void av_packet_unref(AVPacket* pkt)
 
 EXPORT int av_strerror(int errnum, char* buf, size_t size)
 {
-    ++g_script.calls[FF_CALL_STRERROR];
     snprintf(buf, size, "double error %d", errnum);
     return 0;
 }
@@ -287,29 +246,28 @@ EXPORT const char* av_hwdevice_get_type_name(enum AVHWDeviceType type)
 
 EXPORT AVBufferRef* av_hwdevice_ctx_alloc(enum AVHWDeviceType type)
 {
-    ++g_script.calls[FF_CALL_DEVICE_ALLOC];
+    ++Count(FF_CALL_DEVICE_ALLOC);
     return g_script.deviceAllocFails ? nullptr : NewDevice();
 }
 
 EXPORT int av_hwdevice_ctx_init(AVBufferRef* ref)
 {
-    ++g_script.calls[FF_CALL_DEVICE_INIT];
+    ++Count(FF_CALL_DEVICE_INIT);
     const int i = g_deviceInitCall;
     if (i < FF_DOUBLE_MAX) {
         g_script.deviceInitRef[i] = ref;
         g_script.deviceInitData[i] = ref->data;
     }
-    Payload* p = reinterpret_cast<Payload*>(ref->buffer);
-    if (i == 0) g_script.deviceInDevice = p->d3dDevice.device;
+    if (i == 0) g_script.deviceInDevice = PayloadOf(ref)->d3dDevice.device;
     const int result = Next(g_script.deviceInitResults, g_deviceInitCall);
-    if (result >= 0 && !g_script.videoDeviceMissing) p->d3dDevice.video_device = &g_videoDevice;
+    if (result >= 0 && !g_script.videoDeviceMissing) PayloadOf(ref)->d3dDevice.video_device = &g_videoDevice;
     return result;
 }
 
 EXPORT int av_hwdevice_ctx_create(AVBufferRef** out, enum AVHWDeviceType type, const char* device,
                                   AVDictionary* opts, int flags)
 {
-    ++g_script.calls[FF_CALL_DEVICE_CREATE];
+    ++Count(FF_CALL_DEVICE_CREATE);
     g_script.createType = type;
     g_script.createName = device;
     g_script.createOpts = opts;
@@ -319,50 +277,36 @@ EXPORT int av_hwdevice_ctx_create(AVBufferRef** out, enum AVHWDeviceType type, c
         return AVERROR(ENOSYS);
     }
     *out = NewDevice();
-    if (!g_script.videoDeviceMissing) {
-        reinterpret_cast<Payload*>((*out)->buffer)->d3dDevice.video_device = &g_videoDevice;
-    }
+    if (!g_script.videoDeviceMissing) PayloadOf(*out)->d3dDevice.video_device = &g_videoDevice;
     return 0;
 }
 
 EXPORT AVBufferRef* av_hwframe_ctx_alloc(AVBufferRef* device)
 {
-    ++g_script.calls[FF_CALL_FRAMES_ALLOC];
     if (g_script.framesAllocFails || !device) return nullptr;
     Payload* p = static_cast<Payload*>(calloc(1, sizeof(Payload)));
     p->framesCtx.hwctx = &p->d3dFrames;
-    p->framesCtx.format = AV_PIX_FMT_NONE;
-    p->framesCtx.sw_format = AV_PIX_FMT_NONE;
+    p->framesCtx.format = p->framesCtx.sw_format = AV_PIX_FMT_NONE;
     p->d3dFrames.BindFlags = D3D11_BIND_SHADER_RESOURCE;  // something already there, to see it kept
     return NewRef(p);
 }
 
 EXPORT int av_hwframe_ctx_init(AVBufferRef* ref)
 {
-    ++g_script.calls[FF_CALL_FRAMES_INIT];
-    const AVHWFramesContext* f = reinterpret_cast<const AVHWFramesContext*>(ref->data);
-    const AVD3D11VAFramesContext* d = static_cast<const AVD3D11VAFramesContext*>(f->hwctx);
-    g_script.framesFormat = f->format;
-    g_script.framesSwFormat = f->sw_format;
-    g_script.framesWidth = f->width;
-    g_script.framesHeight = f->height;
-    g_script.framesPool = f->initial_pool_size;
-    g_script.framesBindFlags = d->BindFlags;
-    g_script.framesMiscFlags = d->MiscFlags;
+    g_script.frames = *reinterpret_cast<const AVHWFramesContext*>(ref->data);
+    g_script.framesD3d = *static_cast<const AVD3D11VAFramesContext*>(g_script.frames.hwctx);
     return g_script.framesInitResult;
 }
 
 EXPORT AVBufferRef* av_buffer_ref(const AVBufferRef* ref)
 {
-    ++g_script.calls[FF_CALL_BUFFER_REF];
-    return ref ? NewRef(reinterpret_cast<Payload*>(ref->buffer)) : nullptr;
+    return ref ? NewRef(PayloadOf(ref)) : nullptr;
 }
 
 EXPORT void av_buffer_unref(AVBufferRef** ref)
 {
     if (!ref || !*ref) return;
-    ++g_script.calls[FF_CALL_BUFFER_UNREF];
-    Payload* p = reinterpret_cast<Payload*>((*ref)->buffer);
+    Payload* p = PayloadOf(*ref);
     free(*ref);
     *ref = nullptr;
     --g_script.liveBuffers;
@@ -374,13 +318,12 @@ EXPORT void av_buffer_unref(AVBufferRef** ref)
 
 EXPORT AVFrame* av_frame_alloc()
 {
-    ++g_script.calls[FF_CALL_FRAME_ALLOC];
     return g_script.frameAllocFails ? nullptr : static_cast<AVFrame*>(calloc(1, sizeof(AVFrame)));
 }
 
 EXPORT void av_frame_free(AVFrame** frame)
 {
-    ++g_script.calls[FF_CALL_FRAME_FREE];
+    ++Count(FF_CALL_FRAME_FREE);
     if (frame) {
         free(*frame);
         *frame = nullptr;

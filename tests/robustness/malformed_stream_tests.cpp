@@ -8,13 +8,10 @@
 
 #include <cstdio>
 #include <random>
-#include <string>
 
 #include "testkit/staged_sdk.h"
 
 namespace {
-
-std::string Clip(const std::string& name) { return testkit::ReadFile(testkit::BinDir() + "..\\sample\\" + name); }
 
 // Offsets of the 00 00 01 start codes of an Annex B stream.
 std::vector<size_t> StartCodes(const std::string& s)
@@ -25,19 +22,10 @@ std::vector<size_t> StartCodes(const std::string& s)
     return at;
 }
 
-std::string Truncated(const std::string& s)
-{
-    const std::vector<size_t> codes = StartCodes(s);
-    return s.substr(0, codes[codes.size() * 2 / 3] + 40);  // 40 bytes into a unit
-}
-
 std::string BitFlipped(const std::string& s, std::mt19937& rng)
 {
     std::string out = s;
-    for (int i = 0; i < 40; ++i) {
-        const size_t at = s.size() / 2 + rng() % (s.size() / 2);
-        out[at] = static_cast<char>(out[at] ^ (1 << (rng() % 8)));
-    }
+    for (int i = 0; i < 40; ++i) out[s.size() / 2 + rng() % (s.size() / 2)] ^= static_cast<char>(1 << (rng() % 8));
     return out;
 }
 
@@ -49,28 +37,20 @@ std::string RandomUnits(const std::string& s, std::mt19937& rng)
     size_t from = 0;
     for (size_t k = codes.size() / 2; k < codes.size(); k += 3) {
         const size_t at = codes[k] > 0 && s[codes[k] - 1] == 0 ? codes[k] - 1 : codes[k];
-        out += s.substr(from, at - from);
-        out += std::string("\0\0\0\1", 4);
+        out += s.substr(from, at - from) + std::string("\0\0\0\1", 4);
         for (int i = 0, n = 20 + static_cast<int>(rng() % 400); i < n; ++i) out += static_cast<char>(rng());
         from = at;
     }
     return out + s.substr(from);
 }
 
-int ShownFrames(const std::string& output)
-{
+struct Played {
+    testkit::ProcessRun run;
     int shown = -1;
-    const size_t at = output.find("QuillonPlay: shown ");
-    if (at != std::string::npos) sscanf(output.c_str() + at, "QuillonPlay: shown %d", &shown);
-    return shown;
-}
-
-// The player reports every damaged unit it skips and every picture the
-// decoder had to conceal as "QuillonPlay: decode error: ...".
-bool ReportsErrors(const std::string& output)
-{
-    return output.find("QuillonPlay: decode error: ") != std::string::npos;
-}
+    // The player reports every damaged unit it skips and every picture the
+    // decoder had to conceal as "QuillonPlay: decode error: ...".
+    bool ReportsErrors() const { return run.output.find("QuillonPlay: decode error: ") != std::string::npos; }
+};
 
 class MalformedStreams : public ::testing::Test {
 protected:
@@ -80,13 +60,15 @@ protected:
         s_sdk->dir.Add("QuillonPlay.exe");
     }
     static void TearDownTestSuite() { delete s_sdk; }
-    testkit::ProcessRun Play(const std::string& name, const std::string& bytes)
+    static Played Play(const std::string& name, const std::string& bytes)
     {
         s_sdk->dir.Write(name, bytes);
-        testkit::ProcessRun run = testkit::RunProcess(s_sdk->dir.Path(),
-                                                      "\"" + s_sdk->dir.Path() + "QuillonPlay.exe\" --no-overlay --fast " + name);
-        printf("%s: exit %lu, %d pictures shown\n", name.c_str(), run.exitCode, ShownFrames(run.output));
-        return run;
+        const std::string& dir = s_sdk->dir.Path();
+        Played r = {testkit::RunProcess(dir, "\"" + dir + "QuillonPlay.exe\" --no-overlay --fast " + name)};
+        const size_t at = r.run.output.find("QuillonPlay: shown ");
+        if (at != std::string::npos) sscanf(r.run.output.c_str() + at, "QuillonPlay: shown %d", &r.shown);
+        printf("%s: exit %lu, %d pictures shown\n", name.c_str(), r.run.exitCode, r.shown);
+        return r;
     }
     static StagedSdk* s_sdk;
 };
@@ -95,31 +77,29 @@ StagedSdk* MalformedStreams::s_sdk = nullptr;
 TEST_F(MalformedStreams, DamagedClipsPlayTheGoodPicturesAndReportTheBadOnes)
 {
     std::mt19937 rng(2024);
-    for (const char* clip : {"sample.264", "sample.265"}) {
-        const std::string good = Clip(clip);
-        ASSERT_GT(good.size(), 1000u) << clip;
-        const std::string ext = std::string(clip).substr(6);
-        const testkit::ProcessRun whole = Play(std::string("whole") + ext, good);
-        ASSERT_EQ(0u, whole.exitCode) << whole.output;
-        const int all = ShownFrames(whole.output);
-        ASSERT_GT(all, 10) << whole.output;
-        EXPECT_FALSE(ReportsErrors(whole.output)) << whole.output;
-        EXPECT_NE(std::string::npos, whole.output.find(", 0 decode errors")) << whole.output;
+    for (const std::string ext : {".264", ".265"}) {
+        const std::string good = testkit::ReadFile(testkit::BinDir() + "..\\sample\\sample" + ext);
+        ASSERT_GT(good.size(), 1000u) << ext;
+        const Played whole = Play("whole" + ext, good);
+        ASSERT_EQ(0u, whole.run.exitCode) << whole.run.output;
+        ASSERT_GT(whole.shown, 10) << whole.run.output;
+        EXPECT_FALSE(whole.ReportsErrors()) << whole.run.output;
+        EXPECT_NE(std::string::npos, whole.run.output.find(", 0 decode errors")) << whole.run.output;
 
-        // Cut two thirds in: the pictures before the cut are all there.
-        const testkit::ProcessRun cut = Play(std::string("truncated") + ext, Truncated(good));
-        EXPECT_EQ(0u, cut.exitCode) << cut.output;
-        EXPECT_GE(ShownFrames(cut.output), all * 2 / 3 - 1) << cut.output;
-        EXPECT_LT(ShownFrames(cut.output), all) << cut.output;
+        // Cut two thirds in, 40 bytes into a unit: the pictures before the cut are all there.
+        const std::vector<size_t> codes = StartCodes(good);
+        const Played cut = Play("truncated" + ext, good.substr(0, codes[codes.size() * 2 / 3] + 40));
+        EXPECT_EQ(0u, cut.run.exitCode) << cut.run.output;
+        EXPECT_GE(cut.shown, whole.shown * 2 / 3 - 1) << cut.run.output;
+        EXPECT_LT(cut.shown, whole.shown) << cut.run.output;
 
-        // Damage in the second half: at least the first half plays, and
-        // the damage is reported.
+        // Damage in the second half: at least the first half plays, and the damage is reported.
         for (const auto& damaged : {std::make_pair(std::string("flipped"), BitFlipped(good, rng)),
                                     std::make_pair(std::string("random-units"), RandomUnits(good, rng))}) {
-            const testkit::ProcessRun run = Play(damaged.first + ext, damaged.second);
-            EXPECT_EQ(0u, run.exitCode) << damaged.first << ext << "\n" << run.output;
-            EXPECT_GE(ShownFrames(run.output), all / 2 - 1) << damaged.first << ext << "\n" << run.output;
-            EXPECT_TRUE(ReportsErrors(run.output)) << damaged.first << ext << "\n" << run.output;
+            const Played r = Play(damaged.first + ext, damaged.second);
+            EXPECT_EQ(0u, r.run.exitCode) << damaged.first << ext << "\n" << r.run.output;
+            EXPECT_GE(r.shown, whole.shown / 2 - 1) << damaged.first << ext << "\n" << r.run.output;
+            EXPECT_TRUE(r.ReportsErrors()) << damaged.first << ext << "\n" << r.run.output;
         }
     }
 }
@@ -130,10 +110,11 @@ TEST_F(MalformedStreams, RandomBytesAreRefusedWithAMessage)
     for (const char* ext : {".264", ".265"}) {
         std::string noise(64 * 1024, '\0');
         for (char& c : noise) c = static_cast<char>(rng());
-        const testkit::ProcessRun run = Play(std::string("noise") + ext, noise);
+        const Played r = Play(std::string("noise") + ext, noise);
         // Refused (2: cannot open, 4: nothing shown) or played as noise; never a crash.
-        EXPECT_TRUE(run.exitCode == 0 || run.exitCode == 2 || run.exitCode == 4) << run.exitCode << "\n" << run.output;
-        EXPECT_NE(std::string::npos, run.output.find("QuillonPlay: ")) << run.output;
+        const DWORD code = r.run.exitCode;
+        EXPECT_TRUE(code == 0 || code == 2 || code == 4) << code << "\n" << r.run.output;
+        EXPECT_NE(std::string::npos, r.run.output.find("QuillonPlay: ")) << r.run.output;
     }
 }
 

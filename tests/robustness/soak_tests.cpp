@@ -17,25 +17,19 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <thread>
 
 #include "testkit/staged_sdk.h"
 
 namespace {
 
-constexpr int kCycles = 40;
-constexpr int kWarmUpCycles = 20;
-constexpr int kDecoderLives = 32;
-constexpr int kThreads = 2;
-constexpr long long kAllowedGrowth = 512 << 10;
-constexpr long long kAllowedPerCycle = 2 << 10;
+constexpr int kCycles = 40, kWarmUpCycles = 20, kDecoderLives = 32, kThreads = 2;
+constexpr long long kAllowedGrowth = 512 << 10, kAllowedPerCycle = 2 << 10;
 constexpr int kW = 64, kH = 48;
 
 SdkCallLock g_calls;  // exclusive: create and release; shared: every other call
-
 std::atomic<int> g_failures{0};
 
 void Check(bool ok, const char* what)
@@ -47,12 +41,10 @@ void Check(bool ok, const char* what)
 void Cycle(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture)
 {
     QuillonRenderHandle render = g_calls.Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
-    RenderInitParam init;
-    memset(&init, 0, sizeof(init));
+    RenderInitParam init = {};
     init.hWnd = window;
     Check(g_calls.Shared([&] { return sdk.QuillonRenderInitDevice(render, &init, sizeof(init)); }) == 0 && init.device,
           "QuillonRenderInitDevice");
-
     for (int i = 0; i < kDecoderLives; ++i) {
         QuillonDecoderHandle decoder = g_calls.Exclusive([&] { return sdk.QuillonDecoderCreate(nullptr, 0); });
         Check(g_calls.Shared([&] { return InitialH264(sdk, decoder, &init.device, 320, 240); }) == 0,
@@ -61,7 +53,6 @@ void Cycle(QuillonSdkApi& sdk, HWND window, std::vector<uint8_t>& picture)
         Check(g_calls.Shared([&] { return records.Decode(sdk, decoder); }) == 0, "QuillonDecoderDecodeOneFrame");
         Check(g_calls.Exclusive([&] { return sdk.QuillonDecoderRelease(decoder); }) == 0, "QuillonDecoderRelease");
     }
-
     ShowFrameData show = CpuFrame(picture, kW, kH);
     for (int i = 0; i < 5; ++i)
         Check(g_calls.Shared([&] { return sdk.QuillonRenderShowFrame(render, &show, sizeof(show)); }) == 0,
@@ -90,7 +81,7 @@ TEST(Soak, LivesOfRenderAndDecoderKeepMemoryFlat)
     const char* requested = getenv("QUILLON_SOAK_CYCLES");
     const int cycles = requested && atoi(requested) > 0 ? atoi(requested) : kCycles;
     const long long allowed = std::max(kAllowedGrowth, cycles * kAllowedPerCycle);
-    StagedSdk sdk("robust_soak", "FfmpegDouble.dll");
+    StagedSdk sdk("robust_soak", testkit::kFfmpegDouble);
     ASSERT_TRUE(sdk.bound);
     ASSERT_EQ(0, sdk.api.QuillonStartup());
 

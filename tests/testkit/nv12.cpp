@@ -64,11 +64,8 @@ void Nv12Picture::Quadrants(int visibleH, Yuv tl, Yuv tr, Yuv bl, Yuv br)
     Fill(hw, hh, width - hw, visibleH - hh, br);
 }
 
-Yuv Nv12Picture::At(int x, int row) const
-{
-    const uint8_t* pair = &uv[size_t(row / 2) * width + (x & ~1)];
-    return {y[size_t(row) * width + x], pair[0], pair[1]};
-}
+// The size the decoder's pool gives a picture side: rounded up to 32.
+static int PoolAlign(int v) { return (v + 31) & ~31; }
 
 // An NV12 description; `misc` as given.
 static D3D11_TEXTURE2D_DESC Nv12Desc(UINT w, UINT h, D3D11_USAGE usage, UINT bind, UINT cpu, UINT slices, UINT misc)

@@ -33,17 +33,13 @@ struct Nv12Picture {
     // Four colours in the quadrants of the first `visibleH` rows
     // (top-left, top-right, bottom-left, bottom-right).
     void Quadrants(int visibleH, Yuv tl, Yuv tr, Yuv bl, Yuv br);
-    Yuv At(int x, int y) const;
 
     int width, height;
     std::vector<uint8_t> y, uv;
 };
 
-// The size the decoder's pool gives a picture: both sides rounded up to 32.
-inline int PoolAlign(int v) { return (v + 31) & ~31; }
-
 // A texture array shaped exactly like the decoder's pool for a w x h video:
-// PoolAlign(w) x PoolAlign(h), `slices` slices, NV12, BIND_DECODER,
+// both sides rounded up to 32, `slices` slices, NV12, BIND_DECODER,
 // MISC_SHARED, on `device`.
 class DecoderPool {
 public:

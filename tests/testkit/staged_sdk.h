@@ -37,11 +37,7 @@ struct StagedSdk {
     std::string LogPath() const { return dir.Path() + "Velmor.log"; }
     // Loads and binds the staged library; Unload undoes it (the start-up
     // counter and the library's bindings go with it).
-    void Load()
-    {
-        module = dir.Load("QuillonSDK.dll");
-        bound = api.Bind(module, error);
-    }
+    void Load() { bound = api.Bind(module = dir.Load("QuillonSDK.dll"), error); }
     void Unload()
     {
         if (module) FreeLibrary(module);
@@ -108,8 +104,7 @@ inline std::vector<uint8_t> SolidI420(int w, int h, uint8_t y, uint8_t u, uint8_
 // The record QuillonRenderShowFrame takes for a CPU picture.
 inline ShowFrameData CpuFrame(std::vector<uint8_t>& picture, int w, int h)
 {
-    ShowFrameData frame;
-    memset(&frame, 0, sizeof(frame));
+    ShowFrameData frame = {};
     frame.data = picture.data();
     frame.width = w;
     frame.height = h;
@@ -119,14 +114,8 @@ inline ShowFrameData CpuFrame(std::vector<uint8_t>& picture, int w, int h)
 // QuillonDecoderInitial for H.264 of w x h on the device in `deviceSlot`.
 inline int InitialH264(QuillonSdkApi& sdk, QuillonDecoderHandle decoder, void** deviceSlot, int w, int h)
 {
-    CreateNeed need;
-    memset(&need, 0, sizeof(need));
-    need.iWidth = w;
-    need.iHeight = h;
-    need.VideoMode = QUILLON_VIDEO_H264;
-    need.deviceSlot = deviceSlot;
-    CreateNeedExtern ext;
-    memset(&ext, 0, sizeof(ext));
+    CreateNeed need = {w, h, QUILLON_VIDEO_H264, {}, deviceSlot};
+    CreateNeedExtern ext = {};
     return sdk.QuillonDecoderInitial(decoder, &need, &ext);
 }
 
@@ -137,8 +126,6 @@ struct DecodeRecords {
     {
         reinterpret_cast<FrameHead*>(frame.data())->payloadLength = static_cast<unsigned>(payload);
         if (payload > 3) frame[sizeof(FrameHead) + 3] = 1;  // 00 00 00 01
-        memset(&surface, 0, sizeof(surface));
-        memset(&out, 0, sizeof(out));
         out.surfaceRecordSize = sizeof(surface);
         out.surfaceRecord = &surface;
     }
@@ -147,6 +134,6 @@ struct DecodeRecords {
         return sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), static_cast<unsigned>(frame.size()), &out);
     }
     std::vector<uint8_t> frame;
-    SurfaceRecord surface;
-    DecOut out;
+    SurfaceRecord surface = {};
+    DecOut out = {};
 };

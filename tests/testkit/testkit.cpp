@@ -8,6 +8,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 
 namespace testkit {
 
@@ -35,11 +38,8 @@ static void RemoveTree(const std::string& dir)
             const std::string name = fd.cFileName;
             if (name == "." || name == "..") continue;
             const std::string full = dir + name;
-            if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                RemoveTree(full + "\\");
-            } else {
-                DeleteFileA(full.c_str());
-            }
+            if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) RemoveTree(full + "\\");
+            else DeleteFileA(full.c_str());
         } while (FindNextFileA(h, &fd));
         FindClose(h);
     }
@@ -74,11 +74,7 @@ StagedDir& StagedDir::Add(const std::string& file, const std::string& as)
 
 StagedDir& StagedDir::Write(const std::string& file, const std::string& contents)
 {
-    FILE* f = fopen((m_path + file).c_str(), "wb");
-    if (f) {
-        fwrite(contents.data(), 1, contents.size(), f);
-        fclose(f);
-    }
+    std::ofstream(m_path + file, std::ios::binary) << contents;
     return *this;
 }
 
@@ -151,26 +147,15 @@ void SetVelmorLevels(int first, int second)
 
 std::string ReadFile(const std::string& path)
 {
-    std::string out;
-    FILE* f = fopen(path.c_str(), "rb");
-    if (!f) return out;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) out.append(buf, n);
-    fclose(f);
-    return out;
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::vector<std::string> SplitLines(const std::string& text)
 {
     std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
 }
 
@@ -181,26 +166,20 @@ size_t Count(const std::string& text, const std::string& what)
     return n;
 }
 
-static LRESULT CALLBACK TestWndProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp)
-{
-    return DefWindowProcA(hwnd, msg, wp, lp);
-}
-
 HWND CreateTestWindow(int x, int y, int w, int h, const char* title)
 {
-    static ATOM cls = [] {
+    static const ATOM cls = [] {
         WNDCLASSA wc = {};
-        wc.lpfnWndProc = TestWndProc;
+        wc.lpfnWndProc = DefWindowProcA;
         wc.hInstance = GetModuleHandleA(nullptr);
         wc.hbrBackground = static_cast<HBRUSH>(GetStockObject(BLACK_BRUSH));
         wc.lpszClassName = "QuillonTestWindow";
         return RegisterClassA(&wc);
     }();
-    (void)cls;
     RECT r = {0, 0, w, h};
     const DWORD style = WS_POPUP | WS_VISIBLE;
     AdjustWindowRect(&r, style, FALSE);
-    HWND hwnd = CreateWindowA("QuillonTestWindow", title, style, x, y, r.right - r.left, r.bottom - r.top, nullptr,
+    HWND hwnd = CreateWindowA(MAKEINTATOM(cls), title, style, x, y, r.right - r.left, r.bottom - r.top, nullptr,
                               nullptr, GetModuleHandleA(nullptr), nullptr);
     ShowWindow(hwnd, SW_SHOW);
     UpdateWindow(hwnd);
@@ -241,7 +220,6 @@ bool Near(COLORREF c, int r, int g, int b, int tolerance)
     return abs(GetRValue(c) - r) <= tolerance && abs(GetGValue(c) - g) <= tolerance &&
            abs(GetBValue(c) - b) <= tolerance;
 }
-
 
 size_t PrivateBytes()
 {

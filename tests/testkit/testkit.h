@@ -22,6 +22,13 @@ Fn Export(HMODULE module, const char* name)
     return module ? reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module, name))) : nullptr;
 }
 
+// The reference count of a COM object (one AddRef/Release pair).
+inline ULONG RefCount(IUnknown* object)
+{
+    object->AddRef();
+    return object->Release();
+}
+
 // Directory of the running test executable (the build's bin directory),
 // with a trailing backslash. Every built module lies there.
 std::string BinDir();

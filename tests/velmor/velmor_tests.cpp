@@ -29,11 +29,9 @@ protected:
         s_read = all.size();
         return testkit::SplitLines(fresh);
     }
-    static std::string s_log;
-    static size_t s_read;
+    static inline std::string s_log;
+    static inline size_t s_read = 0;
 };
-std::string VelmorFile::s_log;
-size_t VelmorFile::s_read = 0;
 
 const std::string kDate = R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] )";
 
