@@ -60,8 +60,8 @@ BaselineLoop::BaselineLoop(HWND window, int w, int h, ID3D11Device* device) : m_
     m_device->CreateRenderTargetView(m_back.Get(), nullptr, &m_rtv);
 
     m_device->CreateVertexShader(xop::kQuadVertexShader.code, xop::kQuadVertexShader.size, nullptr, &m_vs);
-    const xop::ShaderCode& i420 = xop::kPixelShaders[xop::kOutputI420];
-    const xop::ShaderCode& nv12 = xop::kPixelShaders[xop::kOutputNv12];
+    const xop::ShaderCode& i420 = xop::PixelShader(xop::OutputBank::kI420Bt601);
+    const xop::ShaderCode& nv12 = xop::PixelShader(xop::OutputBank::kNv12Bt709);
     m_device->CreatePixelShader(i420.code, i420.size, nullptr, &m_i420);
     m_device->CreatePixelShader(nv12.code, nv12.size, nullptr, &m_nv12Shader);
     m_device->CreateInputLayout(xop::kQuadInputLayout, 3, xop::kQuadVertexShader.code, xop::kQuadVertexShader.size,

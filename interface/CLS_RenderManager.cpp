@@ -7,9 +7,9 @@
 
 namespace {
 
-CLS_D3D11vaDraw* Object(void* handle)
+CLS_D3D11vaDraw* Object(void* _pHandle)
 {
-    return static_cast<CLS_D3D11vaDraw*>(handle);
+    return static_cast<CLS_D3D11vaDraw*>(_pHandle);
 }
 
 }  // namespace
@@ -20,64 +20,62 @@ CLS_RenderManager& CLS_RenderManager::GetInstance()
     return instance;
 }
 
-void* CLS_RenderManager::Create(void* reserved, uint32_t reservedSize)
+void* CLS_RenderManager::Create(void* /*_pReserved*/, uint32_t /*_uiReserved*/)
 {
-    (void)reserved;
-    (void)reservedSize;
-    CLS_D3D11vaDraw* draw = new (std::nothrow) CLS_D3D11vaDraw();
-    if (draw) m_handles.insert(draw);
-    return draw;
+    CLS_D3D11vaDraw* pDraw = new (std::nothrow) CLS_D3D11vaDraw();
+    if (pDraw) m_setHandles.insert(pDraw);
+    return pDraw;
 }
 
-int32_t CLS_RenderManager::InitDevice(void* handle, void* data, int32_t size)
+int32_t CLS_RenderManager::InitDevice(void* _pHandle, void* _pData, int32_t _iSize)
 {
-    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::InitDevice", 68);
-    return Object(handle)->InitDevice(data, size);
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_RenderManager::InitDevice", 68);
+    return Object(_pHandle)->InitDevice(_pData, _iSize);
 }
 
-int32_t CLS_RenderManager::ShowFrame(void* handle, void* data, uint32_t size)
+int32_t CLS_RenderManager::ShowFrame(void* _pHandle, void* _pData, uint32_t _uiSize)
 {
-    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::ShowFrame", 80);
-    return Object(handle)->ShowFrame(data, static_cast<int32_t>(size));
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_RenderManager::ShowFrame", 80);
+    return Object(_pHandle)->ShowFrame(_pData, static_cast<int32_t>(_uiSize));
 }
 
-int32_t CLS_RenderManager::Release(void* handle)
+int32_t CLS_RenderManager::Release(void* _pHandle)
 {
-    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::Release", 92);
-    Object(handle)->Release();
-    return EraseHandle(handle);
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_RenderManager::Release", 92);
+    Object(_pHandle)->Release();
+    return EraseHandle(_pHandle);
 }
 
-int32_t CLS_RenderManager::GetDrawInfo(void* handle, void* data, uint32_t size)
+int32_t CLS_RenderManager::GetDrawInfo(void* _pHandle, void* _pData, uint32_t _uiSize)
 {
-    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::GetDrawInfo", 103);
-    return Object(handle)->GetDrawInfo(data, static_cast<int32_t>(size));
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_RenderManager::GetDrawInfo", 103);
+    return Object(_pHandle)->GetDrawInfo(_pData, static_cast<int32_t>(_uiSize));
 }
 
-int32_t CLS_RenderManager::SetWnd(void* handle, HWND hWnd)
+int32_t CLS_RenderManager::SetWnd(void* _pHandle, HWND _hWnd)
 {
-    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::SetWnd", 113);
-    return Object(handle)->SetWnd(hWnd);
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_RenderManager::SetWnd", 113);
+    return Object(_pHandle)->SetWnd(_hWnd);
 }
 
-int32_t CLS_RenderManager::Config(void* handle, uint32_t command, void* data, uint32_t size)
+int32_t CLS_RenderManager::Config(void* _pHandle, uint32_t _uiCommand, void* _pData, uint32_t _uiSize)
 {
-    HANDLE_CHECK_RETURN(handle, "CLS_RenderManager::Config", 123);
-    return Object(handle)->Config(static_cast<int32_t>(command), data, static_cast<int32_t>(size));
+    HANDLE_CHECK_RETURN(_pHandle, "CLS_RenderManager::Config", 123);
+    return Object(_pHandle)->Config(static_cast<int32_t>(_uiCommand), _pData, static_cast<int32_t>(_uiSize));
 }
 
-int32_t CLS_RenderManager::EraseHandle(void* handle)
+int32_t CLS_RenderManager::EraseHandle(void* _pHandle)
 {
-    if (!handle) return 0;
-    auto it = m_handles.find(handle);
-    if (it != m_handles.end()) {
-        delete Object(handle);
-        m_handles.erase(it);
+    if (!_pHandle) return 0;
+    auto it = m_setHandles.find(_pHandle);
+    if (it != m_setHandles.end()) {
+        delete Object(_pHandle);
+        m_setHandles.erase(it);
     }
     return 1;
 }
 
-bool CLS_RenderManager::IsHandleValid(void* handle) const
+bool CLS_RenderManager::IsHandleValid(void* _pHandle) const
 {
-    return handle && m_handles.count(handle) != 0;
+    return _pHandle && m_setHandles.count(_pHandle) != 0;
 }

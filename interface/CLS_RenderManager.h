@@ -12,19 +12,19 @@ class CLS_RenderManager {
 public:
     static CLS_RenderManager& GetInstance();
 
-    void* Create(void* reserved, uint32_t reservedSize);
-    int32_t InitDevice(void* handle, void* data, int32_t size);
-    int32_t ShowFrame(void* handle, void* data, uint32_t size);
-    int32_t GetDrawInfo(void* handle, void* data, uint32_t size);
-    int32_t Config(void* handle, uint32_t command, void* data, uint32_t size);
-    int32_t SetWnd(void* handle, HWND hWnd);
+    void* Create(void* _pReserved, uint32_t _uiReserved);
+    int32_t InitDevice(void* _pHandle, void* _pData, int32_t _iSize);
+    int32_t ShowFrame(void* _pHandle, void* _pData, uint32_t _uiSize);
+    int32_t GetDrawInfo(void* _pHandle, void* _pData, uint32_t _uiSize);
+    int32_t Config(void* _pHandle, uint32_t _uiCommand, void* _pData, uint32_t _uiSize);
+    int32_t SetWnd(void* _pHandle, HWND _hWnd);
     // Tears the renderer down and destroys the object: 1, or -1.
-    int32_t Release(void* handle);
+    int32_t Release(void* _pHandle);
     // 0 for null, else 1 (the object is destroyed when it was registered).
-    int32_t EraseHandle(void* handle);
-    bool IsHandleValid(void* handle) const;
+    int32_t EraseHandle(void* _pHandle);
+    bool IsHandleValid(void* _pHandle) const;
 
 private:
     CLS_RenderManager() = default;
-    std::set<void*> m_handles;
+    std::set<void*> m_setHandles;
 };

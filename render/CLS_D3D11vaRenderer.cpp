@@ -8,25 +8,25 @@
 #include "common/QuillonCommonFun.h"
 #include "xop/ComUtil.h"
 
-RECT ZoomSourceRect(int width, int height, const double zoom[4])
+RECT ZoomSourceRect(int _iWidth, int _iHeight, const double _pdZoom[4])
 {
-    const int w4 = (width + 3) & ~3;
-    int h4 = (height + 3) & ~3;
-    if (h4 == 1088) h4 = 1080;
-    else if (h4 == 368) h4 = 360;
-    const RECT r = {static_cast<LONG>(zoom[0] * w4), static_cast<LONG>(zoom[1] * h4),
-                    static_cast<LONG>(zoom[2] * w4), static_cast<LONG>(zoom[3] * h4)};
-    return MakeRectEven(r);
+    const int iWidth4 = (_iWidth + 3) & ~3;
+    int iHeight4 = (_iHeight + 3) & ~3;
+    if (iHeight4 == 1088) iHeight4 = 1080;
+    else if (iHeight4 == 368) iHeight4 = 360;
+    const RECT tRect = {static_cast<LONG>(_pdZoom[0] * iWidth4), static_cast<LONG>(_pdZoom[1] * iHeight4),
+                        static_cast<LONG>(_pdZoom[2] * iWidth4), static_cast<LONG>(_pdZoom[3] * iHeight4)};
+    return MakeRectEven(tRect);
 }
 
-bool FitBox(const RECT& want, UINT width, UINT height, D3D11_BOX* box)
+bool FitBox(const RECT& _tWant, UINT _uiWidth, UINT _uiHeight, D3D11_BOX* _ptBox)
 {
-    const LONG w = static_cast<LONG>(width), h = static_cast<LONG>(height);
-    const LONG left = std::max(want.left, 0L), top = std::max(want.top, 0L);
-    const LONG right = std::min(want.right, w), bottom = std::min(want.bottom, h);
-    if (left >= right || top >= bottom) return false;
-    *box = D3D11_BOX{static_cast<UINT>(left), static_cast<UINT>(top), 0, static_cast<UINT>(right),
-                     static_cast<UINT>(bottom), 1};
+    const LONG lWidth = static_cast<LONG>(_uiWidth), lHeight = static_cast<LONG>(_uiHeight);
+    const LONG lLeft = std::max(_tWant.left, 0L), lTop = std::max(_tWant.top, 0L);
+    const LONG lRight = std::min(_tWant.right, lWidth), lBottom = std::min(_tWant.bottom, lHeight);
+    if (lLeft >= lRight || lTop >= lBottom) return false;
+    *_ptBox = D3D11_BOX{static_cast<UINT>(lLeft), static_cast<UINT>(lTop), 0, static_cast<UINT>(lRight),
+                        static_cast<UINT>(lBottom), 1};
     return true;
 }
 
@@ -39,150 +39,154 @@ void CLS_D3D11vaRenderer::Destroy()
     xop::D3D11Renderer::Destroy();
 }
 
+// The read-back's mapping outlives its call (the host reads the memory
+// afterwards), so it is closed here or by the next read-back, not by a scope.
 void CLS_D3D11vaRenderer::ReleaseStaging()
 {
-    if (m_stagingMapped && m_context) m_context->Unmap(m_stagingTexture, 0);
-    m_stagingMapped = false;
-    xop::SafeRelease(m_stagingTexture);
+    if (m_bStagingMapped && m_context) m_context->Unmap(stagingTexture, 0);
+    m_bStagingMapped = false;
+    xop::SafeRelease(stagingTexture);
 }
 
-const char* CLS_D3D11vaRenderer::CheckSource(ID3D11Texture2D* source, UINT slice, D3D11_TEXTURE2D_DESC* desc) const
+const char* CLS_D3D11vaRenderer::CheckSource(ID3D11Texture2D* _pSource, UINT _uiSlice,
+                                             D3D11_TEXTURE2D_DESC* _ptDesc) const
 {
     // A texture of another device (a decoder that made its own) cannot be
     // copied from on this device's context.
-    Microsoft::WRL::ComPtr<ID3D11Device> owner;
-    source->GetDevice(&owner);
-    if (owner.Get() != m_device) return "texture of another device";
-    source->GetDesc(desc);
-    if (desc->Format != DXGI_FORMAT_NV12 || desc->MipLevels != 1) return "texture is not NV12";
-    if (slice >= desc->ArraySize) return "arraySlice out of range";
+    Microsoft::WRL::ComPtr<ID3D11Device> pOwner;
+    _pSource->GetDevice(&pOwner);
+    if (pOwner.Get() != m_device) return "texture of another device";
+    _pSource->GetDesc(_ptDesc);
+    if (_ptDesc->Format != DXGI_FORMAT_NV12 || _ptDesc->MipLevels != 1) return "texture is not NV12";
+    if (_uiSlice >= _ptDesc->ArraySize) return "arraySlice out of range";
     return nullptr;
 }
 
-int32_t CLS_D3D11vaRenderer::ShowDecodedFrame(ShowFrameData* frame)
+int32_t CLS_D3D11vaRenderer::ShowDecodedFrame(ShowFrameData* _ptFrame)
 {
-    if (!frame) return -1;
-    return frame->texture ? ShowTexture(frame) : ShowPlanes(frame);
+    if (!_ptFrame) return -1;
+    return _ptFrame->texture ? ShowTexture(_ptFrame) : ShowPlanes(_ptFrame);
 }
 
-int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* frame)
+int32_t CLS_D3D11vaRenderer::ShowTexture(const ShowFrameData* _ptFrame)
 {
     std::lock_guard<decltype(m_mutex)> lock(m_mutex);
-    if (!m_context || !frame->texture) return -1;
-    ID3D11Texture2D* source = static_cast<ID3D11Texture2D*>(frame->texture);
-    D3D11_TEXTURE2D_DESC sourceDesc = {};
-    if (const char* refused = CheckSource(source, frame->arraySlice, &sourceDesc)) {
-        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::ShowDecodedFrame", 75, "%s", refused);
+    if (!m_context || !_ptFrame->texture) return -1;
+    ID3D11Texture2D* pSource = static_cast<ID3D11Texture2D*>(_ptFrame->texture);
+    D3D11_TEXTURE2D_DESC tSourceDesc = {};
+    if (const char* pRefused = CheckSource(pSource, _ptFrame->arraySlice, &tSourceDesc)) {
+        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::ShowDecodedFrame", 75, "%s", pRefused);
         return -1;
     }
     // The zoom is used as the host set it, cut to the texture: a crop that
     // leaves nothing shows nothing.
-    D3D11_BOX box;
-    if (!FitBox(ZoomSourceRect(frame->width, frame->height, m_zoomArea), sourceDesc.Width, sourceDesc.Height,
-                &box)) {
+    D3D11_BOX tBox;
+    if (!FitBox(ZoomSourceRect(_ptFrame->width, _ptFrame->height, m_zoomArea), tSourceDesc.Width,
+                tSourceDesc.Height, &tBox)) {
         QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::ShowDecodedFrame", 83, "zoom area leaves no picture");
         return -1;
     }
-    const int cropW = static_cast<int>(box.right - box.left);
-    const int cropH = static_cast<int>(box.bottom - box.top);
-    if (!EnsureInputTextures(cropW, cropH, xop::kFrameNv12, true)) return -1;
-    xop::D3D11RenderTexture* input = m_inputTextures[xop::kInputNv12].get();
+    const int iCropWidth = static_cast<int>(tBox.right - tBox.left);
+    const int iCropHeight = static_cast<int>(tBox.bottom - tBox.top);
+    if (!EnsureInputTextures(iCropWidth, iCropHeight, xop::kFrameNv12, true)) return -1;
+    xop::D3D11RenderTexture* pInput = Input(xop::InputBank::kNv12);
     // No NV12 input texture (a refused size or a device without NV12
     // shader views): nothing to copy into.
-    if (!input || !input->GetTexture()) return -1;
+    if (!pInput || !pInput->GetTexture()) return -1;
 
     BeginFrame();
-    m_context->CopySubresourceRegion(input->GetTexture(), 0, 0, 0, 0, source, frame->arraySlice, &box);
-    if (xop::D3D11RenderTexture* output = m_outputTextures[xop::kOutputNv12].get()) {
-        ID3D11ShaderResourceView* const views[2] = {input->GetLumaView(), input->GetChromaView()};
-        DrawPass(output, m_dstRect, views, 2);
+    m_context->CopySubresourceRegion(pInput->GetTexture(), 0, 0, 0, 0, pSource, _ptFrame->arraySlice, &tBox);
+    if (xop::D3D11RenderTexture* pOutput = Output(xop::OutputBank::kNv12Bt709)) {
+        ID3D11ShaderResourceView* const pViews[2] = {pInput->GetLumaView(), pInput->GetChromaView()};
+        DrawPass(pOutput, m_dstRect, pViews, 2);
     }
-    Finish(frame);
+    Finish(_ptFrame);
     return 0;
 }
 
-int32_t CLS_D3D11vaRenderer::ShowPlanes(const ShowFrameData* frame)
+int32_t CLS_D3D11vaRenderer::ShowPlanes(const ShowFrameData* _ptFrame)
 {
     std::lock_guard<decltype(m_mutex)> lock(m_mutex);
-    if (!m_context || !frame->data) return -1;
-    const int32_t w = frame->width;
-    const int32_t h = frame->height;
-    if (!EnsureInputTextures(w, h, xop::kFrameI420)) return -1;
+    if (!m_context || !_ptFrame->data) return -1;
+    const int32_t iWidth = _ptFrame->width;
+    const int32_t iHeight = _ptFrame->height;
+    if (!EnsureInputTextures(iWidth, iHeight, xop::kFrameI420)) return -1;
     BeginFrame();
 
     // The chroma planes sit at w*h and 5*w*h/4 whatever the Y line size:
     // a host that pads its Y rows still packs U and V after w*h bytes.
-    const int32_t line = frame->lineSize ? frame->lineSize : w;
-    const int32_t lumaBytes = static_cast<int32_t>(static_cast<uint32_t>(w) * static_cast<uint32_t>(h));
-    const int32_t vOffset = static_cast<int32_t>(static_cast<uint32_t>(lumaBytes) * 5u) / 4;
-    xop::FrameImage image;
-    image.width = w;
-    image.height = h;
-    image.linesize[0] = line;
-    image.linesize[1] = line / 2;
-    image.linesize[2] = line / 2;
-    image.data[0] = frame->data;
-    image.data[1] = frame->data + lumaBytes;
-    image.data[2] = frame->data + vOffset;
-    image.format = xop::kFrameI420;
-    UpdateFrame(image);
-    Finish(frame);
+    const int32_t iLine = _ptFrame->lineSize ? _ptFrame->lineSize : iWidth;
+    const int32_t iLumaBytes = static_cast<int32_t>(static_cast<uint32_t>(iWidth) * static_cast<uint32_t>(iHeight));
+    const int32_t iVOffset = static_cast<int32_t>(static_cast<uint32_t>(iLumaBytes) * 5u) / 4;
+    xop::FrameImage tImage;
+    tImage.width = iWidth;
+    tImage.height = iHeight;
+    tImage.linesize[0] = iLine;
+    tImage.linesize[1] = iLine / 2;
+    tImage.linesize[2] = iLine / 2;
+    tImage.data[0] = _ptFrame->data;
+    tImage.data[1] = _ptFrame->data + iLumaBytes;
+    tImage.data[2] = _ptFrame->data + iVOffset;
+    tImage.format = xop::kFrameI420;
+    UpdateFrame(tImage);
+    Finish(_ptFrame);
     return 0;
 }
 
-void CLS_D3D11vaRenderer::Finish(const ShowFrameData* frame)
+void CLS_D3D11vaRenderer::Finish(const ShowFrameData* _ptFrame)
 {
     ApplySharpen();
-    PresentOutput(frame);
+    PresentOutput(_ptFrame);
     PresentSwapChain();
 }
 
-int32_t CLS_D3D11vaRenderer::Texture2DToNV12(ID3D11Texture2D* source, uint32_t arraySlice, uint32_t width,
-                                             uint32_t height, void** data, uint32_t* rowPitch)
+int32_t CLS_D3D11vaRenderer::Texture2DToNV12(ID3D11Texture2D* _pSource, uint32_t _uiArraySlice, uint32_t _uiWidth,
+                                             uint32_t _uiHeight, void** _ppData, uint32_t* _puiRowPitch)
 {
-    if (!m_context || !source || !data || !rowPitch) return -1;
-    D3D11_TEXTURE2D_DESC sourceDesc = {};
-    if (const char* refused = CheckSource(source, arraySlice, &sourceDesc)) {
-        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::Texture2DToNV12", 146, "%s", refused);
+    if (!m_context || !_pSource || !_ppData || !_puiRowPitch) return -1;
+    D3D11_TEXTURE2D_DESC tSourceDesc = {};
+    if (const char* pRefused = CheckSource(_pSource, _uiArraySlice, &tSourceDesc)) {
+        QUILLON_LOG_ERROR("CLS_D3D11vaRenderer::Texture2DToNV12", 146, "%s", pRefused);
         return -1;
     }
     // The previous read-back's memory is handed back here, not earlier.
-    if (m_stagingMapped) m_context->Unmap(m_stagingTexture, 0);
-    m_stagingMapped = false;
-    if (!m_stagingTexture && m_device) {
+    if (m_bStagingMapped) m_context->Unmap(stagingTexture, 0);
+    m_bStagingMapped = false;
+    if (!stagingTexture && m_device) {
         // Made once: the first read-back's size stays until Destroy.
-        const D3D11_TEXTURE2D_DESC desc = xop::TextureDesc((width + 15) & ~15u, (height + 15) & ~15u, DXGI_FORMAT_NV12,
-                                                           D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
-        m_device->CreateTexture2D(&desc, nullptr, &m_stagingTexture);
+        const D3D11_TEXTURE2D_DESC tDesc =
+            xop::TextureDesc((_uiWidth + 15) & ~15u, (_uiHeight + 15) & ~15u, DXGI_FORMAT_NV12, D3D11_USAGE_STAGING,
+                             0, D3D11_CPU_ACCESS_READ);
+        m_device->CreateTexture2D(&tDesc, nullptr, &stagingTexture);
     }
-    if (!m_stagingTexture) return -1;
+    if (!stagingTexture) return -1;
     // The staging texture is 16-aligned and the decoder's array 32-aligned:
     // copy what fits both.
-    D3D11_TEXTURE2D_DESC stagingDesc = {};
-    m_stagingTexture->GetDesc(&stagingDesc);
-    D3D11_BOX box;
-    const RECT whole = {0, 0, static_cast<LONG>(stagingDesc.Width), static_cast<LONG>(stagingDesc.Height)};
-    if (!FitBox(whole, sourceDesc.Width, sourceDesc.Height, &box)) return -1;
-    m_context->CopySubresourceRegion(m_stagingTexture, 0, 0, 0, 0, source, arraySlice, &box);
-    D3D11_MAPPED_SUBRESOURCE mapped = {};
-    m_stagingMapped = SUCCEEDED(m_context->Map(m_stagingTexture, 0, D3D11_MAP_READ, 0, &mapped));
-    *data = mapped.pData;
-    *rowPitch = mapped.RowPitch;
+    D3D11_TEXTURE2D_DESC tStagingDesc = {};
+    stagingTexture->GetDesc(&tStagingDesc);
+    D3D11_BOX tBox;
+    const RECT tWhole = {0, 0, static_cast<LONG>(tStagingDesc.Width), static_cast<LONG>(tStagingDesc.Height)};
+    if (!FitBox(tWhole, tSourceDesc.Width, tSourceDesc.Height, &tBox)) return -1;
+    m_context->CopySubresourceRegion(stagingTexture, 0, 0, 0, 0, _pSource, _uiArraySlice, &tBox);
+    D3D11_MAPPED_SUBRESOURCE tMapped = {};
+    m_bStagingMapped = SUCCEEDED(m_context->Map(stagingTexture, 0, D3D11_MAP_READ, 0, &tMapped));
+    *_ppData = tMapped.pData;
+    *_puiRowPitch = tMapped.RowPitch;
     return 0;
 }
 
 DrawCallBackParam CLS_D3D11vaRenderer::GetDrawCallBack() const
 {
-    DrawCallBackParam param;
-    param.callback = reinterpret_cast<QuillonDrawCallBack>(m_drawCallback);
-    param.user = m_drawCallbackUser;
-    return param;
+    DrawCallBackParam tParam;
+    tParam.callback = reinterpret_cast<QuillonDrawCallBack>(m_drawCallback);
+    tParam.user = m_drawCallbackUser;
+    return tParam;
 }
 
-void CLS_D3D11vaRenderer::SetDrawCallBack(const DrawCallBackParam& param)
+void CLS_D3D11vaRenderer::SetDrawCallBack(const DrawCallBackParam& _tParam)
 {
-    m_drawCallback = reinterpret_cast<decltype(m_drawCallback)>(param.callback);
-    m_drawCallbackUser = param.user;
+    m_drawCallback = reinterpret_cast<decltype(m_drawCallback)>(_tParam.callback);
+    m_drawCallbackUser = _tParam.user;
 }
 
 EZoomArea CLS_D3D11vaRenderer::GetZoomArea() const
@@ -195,18 +199,18 @@ DstRect CLS_D3D11vaRenderer::GetDstRect() const
     return DstRect{m_dstRect[0], m_dstRect[1], m_dstRect[2], m_dstRect[3]};
 }
 
-void CLS_D3D11vaRenderer::SetZoomArea(const EZoomArea& area)
+void CLS_D3D11vaRenderer::SetZoomArea(const EZoomArea& _tArea)
 {
-    m_zoomArea[0] = area.left;
-    m_zoomArea[1] = area.top;
-    m_zoomArea[2] = area.right;
-    m_zoomArea[3] = area.bottom;
+    m_zoomArea[0] = _tArea.left;
+    m_zoomArea[1] = _tArea.top;
+    m_zoomArea[2] = _tArea.right;
+    m_zoomArea[3] = _tArea.bottom;
 }
 
-void CLS_D3D11vaRenderer::SetDstRect(const DstRect& rect)
+void CLS_D3D11vaRenderer::SetDstRect(const DstRect& _tRect)
 {
-    m_dstRect[0] = rect.left;
-    m_dstRect[1] = rect.top;
-    m_dstRect[2] = rect.right;
-    m_dstRect[3] = rect.bottom;
+    m_dstRect[0] = _tRect.left;
+    m_dstRect[1] = _tRect.top;
+    m_dstRect[2] = _tRect.right;
+    m_dstRect[3] = _tRect.bottom;
 }

@@ -12,6 +12,8 @@
 
 namespace xop {
 
+using Microsoft::WRL::ComPtr;
+
 namespace {
 
 constexpr int kMaxPoints = 32;
@@ -23,9 +25,9 @@ D2D1_COLOR_F ToColor(uint32_t color) {
 
 // The one brush of a drawing call; on failure the message with `func` and
 // `line`, and null.
-ID2D1SolidColorBrush* CreateBrush(ID2D1RenderTarget* target, uint32_t color, const char* func, int line) {
-    ID2D1SolidColorBrush* brush = nullptr;
-    const HRESULT hr = target->CreateSolidColorBrush(ToColor(color), &brush);
+ComPtr<ID2D1SolidColorBrush> CreateBrush(ID2D1RenderTarget* target, uint32_t color, const char* func, int line) {
+    ComPtr<ID2D1SolidColorBrush> brush;
+    const HRESULT hr = target->CreateSolidColorBrush(ToColor(color), brush.GetAddressOf());
     if (FAILED(hr)) {
         DebugPrint("[%s:%d] ID3D11Device::CreateSolidColorBrush failed, %x  \n", func, line, (unsigned)hr);
         return nullptr;
@@ -120,11 +122,10 @@ int32_t D3D11Renderer::InnerOnDrawLine(const OverlayParam* param) {
         ++n;
     }
     const float width = StrokeWidth(param->lineWidth);
-    ID2D1SolidColorBrush* brush =
+    const ComPtr<ID2D1SolidColorBrush> brush =
         CreateBrush(m_d2dRenderTarget.Get(), param->color, "xop::D3D11Renderer::InnerOnDrawLine", 1105);
     if (!brush) return 0;
-    for (int i = 0; i + 1 < n; ++i) m_d2dRenderTarget->DrawLine(points[i], points[i + 1], brush, width, nullptr);
-    brush->Release();
+    for (int i = 0; i + 1 < n; ++i) m_d2dRenderTarget->DrawLine(points[i], points[i + 1], brush.Get(), width, nullptr);
     return 0;
 }
 
@@ -134,10 +135,10 @@ int32_t D3D11Renderer::InnerOnDrawText(OverlayParam* param) {
     if (param->text[0] == '\0') return 0;
 
     const wchar_t* family = param->fontType == 1 ? L"\u601D\u6E90\u9ED1\u4F53" : L"Times New Roman";
-    IDWriteTextFormat* format = nullptr;
+    ComPtr<IDWriteTextFormat> format;
     HRESULT hr = m_dwriteFactory->CreateTextFormat(family, nullptr, DWRITE_FONT_WEIGHT_NORMAL, DWRITE_FONT_STYLE_NORMAL,
                                                    DWRITE_FONT_STRETCH_NORMAL, static_cast<float>(param->lineWidth),
-                                                   L"zh-cn", &format);
+                                                   L"zh-cn", format.GetAddressOf());
     if (FAILED(hr)) {
         DebugPrint("[%s:%d] ID3D11Device::CreateTextFormat failed, %x  \n", kFunc, 1162, (unsigned)hr);
         return 0;
@@ -153,26 +154,21 @@ int32_t D3D11Renderer::InnerOnDrawText(OverlayParam* param) {
             memcpy(param->text, ansi, static_cast<size_t>(n < textSize ? n : textSize));
         }
     }
-    ID2D1SolidColorBrush* brush = CreateBrush(m_d2dRenderTarget.Get(), param->color, kFunc, 1188);
-    if (!brush) {
-        format->Release();
-        return 0;
-    }
+    const ComPtr<ID2D1SolidColorBrush> brush = CreateBrush(m_d2dRenderTarget.Get(), param->color, kFunc, 1188);
+    if (!brush) return 0;
     const int length = static_cast<int>(strnlen(param->text, textSize));
     const int wideLength = MultiByteToWideChar(CP_ACP, 0, param->text, length, nullptr, 0);
     std::vector<wchar_t> buffer(static_cast<size_t>(wideLength > 0 ? wideLength : 0) + 1, L'\0');
     MultiByteToWideChar(CP_ACP, 0, param->text, length, buffer.data(), wideLength);
     const std::wstring wide(buffer.data());
-    m_d2dRenderTarget->DrawText(wide.c_str(), static_cast<UINT32>(wide.size()), format, box, brush,
+    m_d2dRenderTarget->DrawText(wide.c_str(), static_cast<UINT32>(wide.size()), format.Get(), box, brush.Get(),
                                 D2D1_DRAW_TEXT_OPTIONS_NONE, DWRITE_MEASURING_MODE_NATURAL);
-    brush->Release();
-    format->Release();
     return 0;
 }
 
 int32_t D3D11Renderer::InnerOnDrawBlurry(const OverlayParam* param) {
     if (!m_d2dRenderTarget || !param) return -1;
-    ID2D1SolidColorBrush* brush =
+    const ComPtr<ID2D1SolidColorBrush> brush =
         CreateBrush(m_d2dRenderTarget.Get(), param->color, "xop::D3D11Renderer::InnerOnDrawBlurry", 1237);
     if (!brush) return 0;
     const float width = StrokeWidth(param->lineWidth);
@@ -211,13 +207,12 @@ int32_t D3D11Renderer::InnerOnDrawBlurry(const OverlayParam* param) {
             for (int i = 0; i + 1 < k; i += 2) {
                 if (IsUnsetSlot(slots[i]) || IsUnsetSlot(slots[i + 1])) continue;
                 if (slots[i].y == slots[i + 1].y) {
-                    DrawHatchLine(m_d2dRenderTarget.Get(), slots[i], slots[i + 1], brush, width, size);
+                    DrawHatchLine(m_d2dRenderTarget.Get(), slots[i], slots[i + 1], brush.Get(), width, size);
                 }
             }
         }
         if (y + scan.step == y) break;  // spacing too small to advance
     }
-    brush->Release();
     return 0;
 }
 

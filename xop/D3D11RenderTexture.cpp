@@ -238,6 +238,8 @@ void D3D11RenderTexture::Begin(const int viewport[4], const double sourceRect[4]
     vp.MaxDepth = 1.0f;
     m_context->RSSetViewports(1, &vp);
 
+    // Unlike a plane upload (xop/ScopedMap.h), a failed Map here ends the
+    // set-up at once, without an Unmap.
     D3D11_MAPPED_SUBRESOURCE mapped = {};
     HRESULT hr = m_vertexBuffer ? m_context->Map(m_vertexBuffer, 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped) : E_POINTER;
     if (FAILED(hr)) {

@@ -2,6 +2,9 @@
 // Direct3D 11 renderer on one host window: device, swap chain, back-buffer
 // render target, samplers, Direct2D/DirectWrite overlay target and two banks
 // of render textures (input planes, and one output per conversion shader).
+// Implemented by concern: device and swap chain (D3D11Renderer.cpp), texture
+// banks and upload (D3D11Banks.cpp), passes and present (D3D11Passes.cpp),
+// overlays (D3D11Overlay.cpp).
 #include <windows.h>
 #include <d2d1.h>
 #include <d3d11.h>
@@ -15,18 +18,11 @@
 #include <string>
 
 #include "QuillonSDK.h"
+#include "xop/Banks.h"
 #include "xop/D3D11RenderTexture.h"
 #include "xop/Renderer.h"
 
 namespace xop {
-
-// Bank indices (inputs by plane role, outputs by conversion shader).
-enum BankIndex : int {
-    kInputBgra = 1, kInputNv12 = 2, kInputY = 3, kInputU = 4, kInputV = 5,
-    kOutputBgra = 1, kOutputI420 = 2, kOutputI420Bt709 = 3, kOutputNv12 = 4, kOutputNv12Bt601 = 5,
-    kOutputSharpen = 6,
-};
-constexpr int kBankSize = 7;
 
 // Plane upload into mapped memory: `rows` rows, each the smaller of the line
 // size and the row pitch; source advances by the line size, destination by
@@ -85,6 +81,10 @@ protected:
     void DrawPass(D3D11RenderTexture* out, const int viewport[4], ID3D11ShaderResourceView* const* views, int count,
                   ID3D11Buffer* const* constants = nullptr);
 
+    // Bank entries (null when absent).
+    D3D11RenderTexture* Input(InputBank bank) const { return m_inputTextures[Index(bank)].get(); }
+    D3D11RenderTexture* Output(OutputBank bank) const { return m_outputTextures[Index(bank)].get(); }
+
     // Re-entrant: Resize rebuilds through SetWnd, and device-removal recovery
     // runs Destroy and Init from inside a frame that already holds it.
     std::recursive_mutex m_mutex;
@@ -102,8 +102,8 @@ protected:
     ID3D11SamplerState* m_pointSampler = nullptr;
     ID3D11SamplerState* m_linearSampler = nullptr;
     D3D11RenderTexture* m_currentOutput = nullptr;
-    std::unique_ptr<D3D11RenderTexture> m_inputTextures[kBankSize];
-    std::unique_ptr<D3D11RenderTexture> m_outputTextures[kBankSize];
+    std::unique_ptr<D3D11RenderTexture> m_inputTextures[kInputBankSize];
+    std::unique_ptr<D3D11RenderTexture> m_outputTextures[kOutputBankSize];
     float m_unsharp = 0.0f;
     ID3D11Buffer* m_sharpenParams = nullptr;
     Microsoft::WRL::ComPtr<ID2D1Factory> m_d2dFactory;
@@ -122,6 +122,11 @@ private:
     void ReleaseDevice();
     void ReleaseSwapChainHolders();
     void ResetBanks();
+    // The output bank for the back buffer `back`: new entries first, then
+    // their textures and shaders and the sharpen constants (false when those
+    // cannot be made).
+    void ResetOutputTextures();
+    bool InitOutputTextures(const D3D11_TEXTURE2D_DESC& back);
 };
 
 }  // namespace xop

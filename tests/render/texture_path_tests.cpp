@@ -184,10 +184,10 @@ public:
         Destroy();
         DestroyWindow(window);
     }
-    ID3D11Texture2D* Staging() const { return m_stagingTexture; }
+    ID3D11Texture2D* Staging() const { return stagingTexture; }
     D3D11_TEXTURE2D_DESC InputDesc() const {
         D3D11_TEXTURE2D_DESC d = {};
-        m_inputTextures[xop::kInputNv12]->GetTexture()->GetDesc(&d);
+        Input(xop::InputBank::kNv12)->GetTexture()->GetDesc(&d);
         return d;
     }
     HWND window;

@@ -3,144 +3,99 @@
 // UTF-8 to ANSI conversion the text path uses.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 
 #include "testkit/testkit.h"
 #include "xop_testutil.h"
 
-using xoptest::DebugCapture;
-using xoptest::ShowsColour;
-using xoptest::TestRenderer;
+using namespace xoptest;
 
 namespace {
-
-constexpr int W = 160, H = 120;
-
-struct Pass {
-    TestRenderer* renderer;
-    std::function<void(TestRenderer&)> draw;
-};
-
-void OnDraw(ShowFrameData*, void* user) {
-    Pass* pass = static_cast<Pass*>(user);
-    pass->draw(*pass->renderer);
-}
-
-// One black frame with `draw` run inside its overlay pass, presented.
-void PresentWithOverlays(TestRenderer& r, std::function<void(TestRenderer&)> draw) {
-    Pass pass{&r, std::move(draw)};
-    r.m_drawCallback = OnDraw;
-    r.m_drawCallbackUser = &pass;
-    ShowFrameData record = {};
-    testkit::PumpMessages();
-    r.BeginFrame();
-    r.PresentOutput(&record);
-    r.PresentSwapChain();
-    r.m_drawCallback = nullptr;
-    r.m_drawCallbackUser = nullptr;
-}
 
 OverlayParam Polygon(std::initializer_list<POINT> points, uint32_t color, int width) {
     OverlayParam p = {};
     p.color = color;
     p.lineWidth = width;
-    for (POINT pt : points) {
-        p.points[p.pointCount].x = pt.x;
-        p.points[p.pointCount].y = pt.y;
-        ++p.pointCount;
-    }
+    for (POINT pt : points) p.points[p.pointCount++] = {pt.x, pt.y};
     return p;
 }
 
 bool IsBlack(COLORREF c) { return testkit::Near(c, 0, 0, 0, 8); }
 
-class Overlay : public testing::Test {
+class Overlay : public RendererTest {
 protected:
     void SetUp() override {
-        static int slot = 0;
-        const int x = 20 + 180 * (slot % 5), y = 600 + 150 * (slot / 5);
-        ++slot;
-        m_window = testkit::CreateTestWindow(x, y, W, H);
-        ASSERT_TRUE(m_renderer.Init(m_window));
-        ASSERT_TRUE(m_renderer.m_d2dRenderTarget);
+        RendererTest::SetUp();
+        ASSERT_TRUE(r.m_d2dRenderTarget);
     }
-    void TearDown() override {
-        m_renderer.Destroy();
-        DestroyWindow(m_window);
+    // One black frame with `draw` run inside its overlay pass, presented.
+    void PresentWithOverlays(std::function<void(TestRenderer&)> draw) {
+        m_draw = std::move(draw);
+        r.m_drawCallback = [](ShowFrameData*, void* user) {
+            Overlay* self = static_cast<Overlay*>(user);
+            self->m_draw(self->r);
+        };
+        r.m_drawCallbackUser = this;
+        ShowFrameData record = {};
+        r.BeginFrame();
+        Present(r, &record);
+        r.m_drawCallback = nullptr;
     }
-    // Waits for a known pixel of the new frame, then reads `x`, `y`.
     COLORREF At(int x, int y) { return testkit::ClientPixel(m_window, x, y); }
-
-    HWND m_window = nullptr;
-    TestRenderer m_renderer;
+    std::function<void(TestRenderer&)> m_draw;
+    // The rows of column x that are not black.
+    std::vector<int> LitRows(int x) {
+        std::vector<int> rows;
+        for (int y = 0; y < H; ++y) {
+            if (!IsBlack(At(x, y))) rows.push_back(y);
+        }
+        return rows;
+    }
 };
 
 }  // namespace
 
 TEST_F(Overlay, LinesTakeColourAndWidth) {
-    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+    PresentWithOverlays([](TestRenderer& r) {
         OverlayParam red = Polygon({{10, 20}, {150, 20}}, 0xAB0000FFu, 4);  // top byte ignored
         EXPECT_EQ(0, r.InnerOnDrawLine(&red));
         OverlayParam green = Polygon({{10, 60}, {150, 60}}, 0x0000FF00u, 0);  // width 0 draws 2.0
         EXPECT_EQ(0, r.InnerOnDrawLine(&green));
     });
-    ASSERT_TRUE(ShowsColour(m_window, 80, 20, 255, 0, 0, 2));
-    EXPECT_TRUE(testkit::Near(At(80, 18), 255, 0, 0, 2));
-    EXPECT_TRUE(testkit::Near(At(80, 21), 255, 0, 0, 2));
-    EXPECT_TRUE(IsBlack(At(80, 24)));
-    EXPECT_TRUE(IsBlack(At(80, 16)));
-    EXPECT_TRUE(testkit::Near(At(80, 59), 0, 255, 0, 2));
-    EXPECT_TRUE(testkit::Near(At(80, 60), 0, 255, 0, 2));
-    EXPECT_TRUE(IsBlack(At(80, 62)));
-    EXPECT_TRUE(IsBlack(At(80, 57)));
+    ASSERT_TRUE(Shows(80, 20, {255, 0, 0}, 2));
+    EXPECT_EQ((std::vector<int>{18, 19, 20, 21, 59, 60}), LitRows(80));
+    for (int y : {18, 21, 59, 60}) EXPECT_TRUE(testkit::Near(At(80, y), y < 40 ? 255 : 0, y < 40 ? 0 : 255, 0, 2)) << y;
 }
 
 TEST_F(Overlay, ClosedPolylineAddsTheClosingSegment) {
     for (int closed : {1, 0}) {
         SCOPED_TRACE(closed);
-        PresentWithOverlays(m_renderer, [closed](TestRenderer& r) {
+        PresentWithOverlays([closed](TestRenderer& r) {
             OverlayParam tri = Polygon({{20, 100}, {80, 40}, {140, 100}}, 0x00FF0000u, 2);
             tri.closed = closed;
             EXPECT_EQ(0, r.InnerOnDrawLine(&tri));
         });
-        ASSERT_TRUE(ShowsColour(m_window, 50, 70, 0, 0, 255, 100));  // on the first slanted side
-        if (closed) {
-            EXPECT_TRUE(ShowsColour(m_window, 80, 100, 0, 0, 255, 2));
-        } else {
-            EXPECT_TRUE(ShowsColour(m_window, 80, 100, 0, 0, 0, 8));
-        }
+        ASSERT_TRUE(Shows(50, 70, {0, 0, 255}, 100));  // on the first slanted side
+        EXPECT_TRUE(closed ? Shows(80, 100, {0, 0, 255}, 2) : Shows(80, 100, {0, 0, 0}, 8));
     }
 }
 
-TEST_F(Overlay, HatchDrawsScanLinesInsideTheSquare) {
-    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+TEST_F(Overlay, HatchDrawsScanLinesInsideTheRegion) {
+    PresentWithOverlays([](TestRenderer& r) {
         OverlayParam square = Polygon({{10, 10}, {110, 10}, {110, 110}, {10, 110}}, 0x00FFFFFFu, 1);
-        square.spacing = 0.0f;
+        square.spacing = 0.0f;  // 10
         EXPECT_EQ(0, r.InnerOnDrawBlurry(&square));
-    });
-    ASSERT_TRUE(ShowsColour(m_window, 60, 10, 255, 255, 255, 2));
-    std::vector<int> rows;
-    for (int y = 0; y < H; ++y) {
-        if (!IsBlack(At(60, y))) rows.push_back(y);
-    }
-    EXPECT_EQ((std::vector<int>{10, 20, 30, 40, 50, 60, 70, 80, 90, 100}), rows);
-    EXPECT_TRUE(testkit::Near(At(11, 50), 255, 255, 255, 2));
-    EXPECT_TRUE(testkit::Near(At(108, 50), 255, 255, 255, 2));
-    EXPECT_TRUE(IsBlack(At(8, 50)));
-    EXPECT_TRUE(IsBlack(At(112, 50)));
-}
-
-TEST_F(Overlay, HatchSpacingNotAboveTheStrokeCoversSolidly) {
-    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
-        OverlayParam square = Polygon({{20, 20}, {100, 20}, {100, 100}, {20, 100}}, 0x0000FFFFu, 2);
-        square.spacing = 2.0f;
-        EXPECT_EQ(0, r.InnerOnDrawBlurry(&square));
+        OverlayParam solid = Polygon({{120, 20}, {150, 20}, {150, 100}, {120, 100}}, 0x0000FFFFu, 2);
+        solid.spacing = 2.0f;  // not above the stroke: covers solidly
+        EXPECT_EQ(0, r.InnerOnDrawBlurry(&solid));
         OverlayParam flat = Polygon({{120, 0}, {150, 0}, {135, 0}}, 0x00FFFFFFu, 2);  // all y 0: nothing
         EXPECT_EQ(0, r.InnerOnDrawBlurry(&flat));
     });
-    ASSERT_TRUE(ShowsColour(m_window, 60, 60, 255, 255, 0, 2));
-    for (int y = 22; y < 98; ++y) EXPECT_TRUE(testkit::Near(At(60, y), 255, 255, 0, 2)) << y;
+    ASSERT_TRUE(Shows(60, 10, {255, 255, 255}, 2));
+    EXPECT_EQ((std::vector<int>{10, 20, 30, 40, 50, 60, 70, 80, 90, 100}), LitRows(60));
+    for (POINT p : {POINT{11, 50}, POINT{108, 50}}) EXPECT_TRUE(testkit::Near(At(p.x, p.y), 255, 255, 255, 2));
+    for (POINT p : {POINT{8, 50}, POINT{112, 50}}) EXPECT_TRUE(IsBlack(At(p.x, p.y)));
+    for (int y = 22; y < 98; ++y) EXPECT_TRUE(testkit::Near(At(135, y), 255, 255, 0, 2)) << y;
     for (int x = 118; x < 152; x += 4) EXPECT_TRUE(IsBlack(At(x, 0))) << x;
 }
 
@@ -149,7 +104,7 @@ TEST_F(Overlay, HatchFarLargerThanTheWindowDrawsWhatTheWindowShows) {
     // stroke wider than everything. Both come back (drawn line by line they
     // would take hours) and show exactly their part inside the window.
     constexpr int kFar = 2000000000;
-    PresentWithOverlays(m_renderer, [](TestRenderer& r) {
+    PresentWithOverlays([](TestRenderer& r) {
         OverlayParam band = Polygon({{20, -kFar}, {60, -kFar}, {60, kFar}, {20, kFar}}, 0x00FFFFFFu, 2);
         band.spacing = 10.0f;
         EXPECT_EQ(0, r.InnerOnDrawBlurry(&band));
@@ -157,18 +112,14 @@ TEST_F(Overlay, HatchFarLargerThanTheWindowDrawsWhatTheWindowShows) {
         wide.spacing = 503.0f;
         EXPECT_EQ(0, r.InnerOnDrawBlurry(&wide));
     });
-    ASSERT_TRUE(ShowsColour(m_window, 130, 60, 0, 255, 0, 2));
+    ASSERT_TRUE(Shows(130, 60, {0, 255, 0}, 2));
     // Scan lines at y = 0, 10, ... 120 (the scan keeps its phase), 2 wide.
     std::vector<int> expected = {0};
     for (int y = 10; y <= 120; y += 10) {
         expected.push_back(y - 1);
         if (y < H) expected.push_back(y);
     }
-    std::vector<int> rows;
-    for (int y = 0; y < H; ++y) {
-        if (!IsBlack(At(40, y))) rows.push_back(y);
-    }
-    EXPECT_EQ(expected, rows);
+    EXPECT_EQ(expected, LitRows(40));
     for (int y : {0, 59, 119}) {
         EXPECT_TRUE(IsBlack(At(98, y))) << y;
         EXPECT_TRUE(testkit::Near(At(101, y), 0, 255, 0, 2)) << y;
@@ -185,27 +136,22 @@ TEST_F(Overlay, TextStaysInsideItsLayoutBox) {
             text.fontType = fontType;
             strcpy(text.text, "HH");
             EXPECT_EQ(0, r.InnerOnDrawText(&text));
-            OverlayParam empty = text;
-            empty.text[0] = '\0';
-            EXPECT_EQ(0, r.InnerOnDrawText(&empty));
+            text.text[0] = '\0';
+            EXPECT_EQ(0, r.InnerOnDrawText(&text));
         };
         // Under Wine the first frames with text of a process come out
         // without it (longer in a new prefix, while fonts are set up): draw
         // until the text shows, presentation being asynchronous too.
         int inside = 0, outside = 0;
         for (int attempt = 0; attempt < 40 && inside <= 40; ++attempt) {
-            PresentWithOverlays(m_renderer, drawText);
+            PresentWithOverlays(drawText);
             Sleep(100);
             inside = outside = 0;
             const std::vector<COLORREF> pixels = testkit::CaptureClient(m_window, W, H);
             for (int y = 0; y < H; y += 2) {
                 for (int x = 0; x < W; x += 2) {
                     const bool lit = !IsBlack(pixels[y * W + x]);
-                    if (x >= 20 && x < 150 && y >= 30 && y < 90) {
-                        inside += lit;
-                    } else {
-                        outside += lit;
-                    }
+                    (x >= 20 && x < 150 && y >= 30 && y < 90 ? inside : outside) += lit;
                 }
             }
         }
@@ -234,17 +180,6 @@ TEST_F(Overlay, Utf8TextIsConvertedThroughTheAnsiCodePage) {
     OverlayParam text = Polygon({{10, 10}, {150, 60}}, 0x00FFFFFFu, 20);
     strcpy(text.text, "caf\xc3\xa9");
     text.charset = 2;
-    PresentWithOverlays(m_renderer, [&text](TestRenderer& r) { EXPECT_EQ(0, r.InnerOnDrawText(&text)); });
+    PresentWithOverlays([&text](TestRenderer& r) { EXPECT_EQ(0, r.InnerOnDrawText(&text)); });
     EXPECT_STREQ("caf\xe9", text.text);
-}
-
-TEST(OverlayWithoutTarget, EveryDrawingReportsMinusOne) {
-    TestRenderer r;
-    OverlayParam p = {};
-    p.pointCount = 2;
-    strcpy(p.text, "x");
-    EXPECT_EQ(-1, r.InnerOnDrawLine(&p));
-    EXPECT_EQ(-1, r.InnerOnDrawText(&p));
-    EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
-    EXPECT_STREQ("x", p.text);
 }

@@ -1,10 +1,7 @@
 #include "xop_testutil.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
+#include <wrl/client.h>
 
-#include "testkit/testkit.h"
 #include "xop/XopDebug.h"
 
 namespace xoptest {
@@ -25,18 +22,14 @@ std::vector<std::string> DebugCapture::Take() {
     return out;
 }
 
-Picture SolidYuv(int format, int w, int h, uint8_t y, uint8_t u, uint8_t v, int pad, uint8_t padValue) {
+Picture SolidYuv(int format, int w, int h, Yuv c, int pad, uint8_t padValue) {
     Picture p;
-    const int cw = format == xop::kFrameI420 ? (w + 1) / 2 : w;
-    const int ch = format == xop::kFrameI420 ? (h + 1) / 2 : h;
-    const int widths[3] = {w, cw, cw}, heights[3] = {h, ch, ch};
-    const uint8_t values[3] = {y, u, v};
+    const int cw = format == xop::kFrameI420 ? (w + 1) / 2 : w, ch = format == xop::kFrameI420 ? (h + 1) / 2 : h;
+    const int widths[3] = {w, cw, cw}, heights[3] = {h, ch, ch}, values[3] = {c.y, c.u, c.v};
     for (int i = 0; i < 3; ++i) {
         const int line = widths[i] + pad;
         p.planes[i].assign(static_cast<size_t>(line) * heights[i], padValue);
-        for (int row = 0; row < heights[i]; ++row) {
-            memset(&p.planes[i][static_cast<size_t>(row) * line], values[i], widths[i]);
-        }
+        for (int row = 0; row < heights[i]; ++row) memset(&p.planes[i][size_t(row) * line], values[i], widths[i]);
         p.image.linesize[i] = line;
         p.image.data[i] = p.planes[i].data();
     }
@@ -44,6 +37,42 @@ Picture SolidYuv(int format, int w, int h, uint8_t y, uint8_t u, uint8_t v, int 
     p.image.height = h;
     p.image.format = format;
     return p;
+}
+
+Picture SolidNv12(int w, int h, Yuv c) {
+    testkit::Nv12Picture nv12(w, h, c);
+    Picture p;
+    p.planes[0] = std::move(nv12.y);
+    p.planes[1] = std::move(nv12.uv);
+    p.image = {w, h, {w, w, 0}, {p.planes[0].data(), p.planes[1].data(), nullptr}, xop::kFrameNv12};
+    return p;
+}
+
+int Channel(uint32_t argb, int shift) { return static_cast<int>((argb >> shift) & 0xFF); }
+
+uint32_t ReadTexel(ID3D11Device* device, ID3D11Texture2D* texture, int x, int y) {
+    D3D11_TEXTURE2D_DESC desc;
+    texture->GetDesc(&desc);
+    desc.Usage = D3D11_USAGE_STAGING;
+    desc.BindFlags = desc.MiscFlags = 0;
+    desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+    Microsoft::WRL::ComPtr<ID3D11Texture2D> staging;
+    Microsoft::WRL::ComPtr<ID3D11DeviceContext> context;
+    if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return 0xDEADBEEF;
+    device->GetImmediateContext(&context);
+    context->CopyResource(staging.Get(), texture);
+    uint32_t texel = 0xDEADBEEF;
+    D3D11_MAPPED_SUBRESOURCE mapped;
+    if (SUCCEEDED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &mapped))) {
+        memcpy(&texel, static_cast<uint8_t*>(mapped.pData) + size_t(y) * mapped.RowPitch + x * 4, 4);
+        context->Unmap(staging.Get(), 0);
+    }
+    return texel;
+}
+
+bool ShowsColour(HWND window, int x, int y, Rgb c, int tolerance) {
+    auto accept = [&](COLORREF p) { return testkit::Near(p, c.r, c.g, c.b, tolerance); };
+    return accept(testkit::WaitForClientPixel(window, x, y, accept));
 }
 
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record) {
@@ -56,39 +85,17 @@ void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameD
     r.PresentSwapChain();
 }
 
-uint32_t ReadTexel(ID3D11Device* device, ID3D11Texture2D* texture, int x, int y) {
-    D3D11_TEXTURE2D_DESC desc;
-    texture->GetDesc(&desc);
-    desc.Usage = D3D11_USAGE_STAGING;
-    desc.BindFlags = 0;
-    desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
-    desc.MiscFlags = 0;
-    ID3D11Texture2D* staging = nullptr;
-    if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return 0xDEADBEEF;
-    ID3D11DeviceContext* context = nullptr;
-    device->GetImmediateContext(&context);
-    context->CopyResource(staging, texture);
-    uint32_t texel = 0xDEADBEEF;
-    D3D11_MAPPED_SUBRESOURCE mapped;
-    if (SUCCEEDED(context->Map(staging, 0, D3D11_MAP_READ, 0, &mapped))) {
-        memcpy(&texel, static_cast<uint8_t*>(mapped.pData) + static_cast<size_t>(y) * mapped.RowPitch + x * 4, 4);
-        context->Unmap(staging, 0);
-    }
-    context->Release();
-    staging->Release();
-    return texel;
+void Present(TestRenderer& r, const ShowFrameData* record) {
+    testkit::PumpMessages();
+    r.PresentOutput(record);
+    r.PresentSwapChain();
 }
 
-void Bt601(int y, int u, int v, int rgb[3]) {
-    const double yy = y / 255.0 - 16 / 255.0, uu = u / 255.0 - 128 / 255.0, vv = v / 255.0 - 128 / 255.0;
-    const double c[3] = {1.1644 * yy + 1.596 * vv, 1.1644 * yy - 0.3918 * uu - 0.813 * vv, 1.1644 * yy + 2.0172 * uu};
-    for (int i = 0; i < 3; ++i) rgb[i] = static_cast<int>(std::lround(std::min(1.0, std::max(0.0, c[i])) * 255.0));
-}
-
-bool ShowsColour(HWND window, int x, int y, int r, int g, int b, int tolerance) {
-    COLORREF c = testkit::WaitForClientPixel(window, x, y,
-                                             [&](COLORREF p) { return testkit::Near(p, r, g, b, tolerance); });
-    return testkit::Near(c, r, g, b, tolerance);
+HWND NewWindow(int w, int h) {
+    static int slot = 0;
+    const int x = 20 + 190 * (slot % 10), y = 20 + 165 * (slot / 10 % 7);
+    ++slot;
+    return testkit::CreateTestWindow(x, y, w, h);
 }
 
 }  // namespace xoptest

@@ -1,15 +1,26 @@
 #pragma once
 // Shared pieces of the renderer-core suites: debug-output capture, a renderer
-// whose protected state the tests may reach, picture builders and read-back.
+// whose protected state the tests may reach, a fixture with a window of its
+// own, picture builders and read-back.
+#include <gtest/gtest.h>
+
 #include <windows.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "testkit/testkit.h"
 #include "xop/D3D11Renderer.h"
 
 namespace xoptest {
+
+using testkit::Rgb;
+using testkit::Yuv;
+
+constexpr int W = 160, H = 120;  // window and picture size of the fixture
+const Yuv kBlack = {16, 128, 128}, kRed = {81, 90, 240}, kBlue = {41, 240, 110};
 
 // Collects every debug message while alive.
 class DebugCapture {
@@ -21,20 +32,10 @@ public:
 
 class TestRenderer : public xop::D3D11Renderer {
 public:
-    using D3D11Renderer::m_context;
-    using D3D11Renderer::m_currentOutput;
-    using D3D11Renderer::m_d2dRenderTarget;
-    using D3D11Renderer::m_drawCallback;
-    using D3D11Renderer::m_drawCallbackUser;
-    using D3D11Renderer::m_frameFormat;
-    using D3D11Renderer::m_frameHeight;
-    using D3D11Renderer::m_frameWidth;
-    using D3D11Renderer::m_inputTextures;
-    using D3D11Renderer::m_keepWindowOnDestroy;
-    using D3D11Renderer::m_linearSampler;
-    using D3D11Renderer::m_outputTextures;
-    using D3D11Renderer::m_pointSampler;
-    using D3D11Renderer::m_swapChain;
+    using D3D11Renderer::DrawPass, D3D11Renderer::Input, D3D11Renderer::Output, D3D11Renderer::m_currentOutput;
+    using D3D11Renderer::m_d2dRenderTarget, D3D11Renderer::m_drawCallback, D3D11Renderer::m_drawCallbackUser;
+    using D3D11Renderer::m_frameFormat, D3D11Renderer::m_keepWindowOnDestroy, D3D11Renderer::m_linearSampler;
+    using D3D11Renderer::m_outputTextures, D3D11Renderer::m_pointSampler, D3D11Renderer::m_swapChain;
 };
 
 // A CPU picture together with its plane storage.
@@ -45,7 +46,9 @@ struct Picture {
 
 // Planar YUV (format 2 or 4) of one colour; `pad` extra bytes per line
 // filled with `padValue`.
-Picture SolidYuv(int format, int w, int h, uint8_t y, uint8_t u, uint8_t v, int pad = 0, uint8_t padValue = 0);
+Picture SolidYuv(int format, int w, int h, Yuv c, int pad = 0, uint8_t padValue = 0);
+// NV12 of one colour (even w and h).
+Picture SolidNv12(int w, int h, Yuv c);
 // BGRA picture filled by `pixel(x, y)` (0xAARRGGBB).
 template <class F>
 Picture Bgra(int w, int h, F pixel) {
@@ -53,28 +56,41 @@ Picture Bgra(int w, int h, F pixel) {
     p.planes[0].resize(static_cast<size_t>(w) * h * 4);
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
-            uint32_t c = pixel(x, y);
+            const uint32_t c = pixel(x, y);
             memcpy(&p.planes[0][(static_cast<size_t>(y) * w + x) * 4], &c, 4);
         }
-    p.image.width = w;
-    p.image.height = h;
-    p.image.linesize[0] = w * 4;
-    p.image.data[0] = p.planes[0].data();
-    p.image.format = xop::kFrameBgra;
+    p.image = {w, h, {w * 4, 0, 0}, {p.planes[0].data(), nullptr, nullptr}, xop::kFrameBgra};
     return p;
 }
+
+int Channel(uint32_t argb, int shift);
+// 0xAARRGGBB of texel (x, y) of a BGRA texture, read through a staging copy.
+uint32_t ReadTexel(ID3D11Device* device, ID3D11Texture2D* texture, int x, int y);
+// Waits until the client pixel is near `c`.
+bool ShowsColour(HWND window, int x, int y, Rgb c, int tolerance = 4);
 
 // One picture through the frame steps, as the render front drives them
 // (pending window messages handled first).
 void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record = nullptr);
+// The present steps alone: the current output, then the swap chain.
+void Present(TestRenderer& r, const ShowFrameData* record = nullptr);
 
-// 0xAARRGGBB of texel (x, y) of a BGRA texture, read through a staging copy.
-uint32_t ReadTexel(ID3D11Device* device, ID3D11Texture2D* texture, int x, int y);
+// A window of w x h at the next free place on screen.
+HWND NewWindow(int w = W, int h = H);
 
-// The expected 8-bit RGB of limited-range BT.601 YUV, clamped.
-void Bt601(int y, int u, int v, int rgb[3]);
+// A W x H window and a renderer initialised on it.
+class RendererTest : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(r.Init(m_window = NewWindow())); }
+    void TearDown() override {
+        r.Destroy();
+        DestroyWindow(m_window);
+    }
+    uint32_t OutputTexel(int x, int y) { return ReadTexel(r.GetDevice(), r.m_currentOutput->GetTexture(), x, y); }
+    bool Shows(int x, int y, Rgb c, int tolerance = 4) { return ShowsColour(m_window, x, y, c, tolerance); }
 
-// Waits until the client pixel is near (r, g, b).
-bool ShowsColour(HWND window, int x, int y, int r, int g, int b, int tolerance = 4);
+    HWND m_window = nullptr;
+    TestRenderer r;
+};
 
 }  // namespace xoptest
