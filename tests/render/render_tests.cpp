@@ -2,7 +2,6 @@
 // the CPU-data path, the draw callback, configuration commands, the zoom crop arithmetic.
 #include <d3d11.h>
 
-#include "render/CLS_D3D11vaDraw.h"
 #include "render/CLS_D3D11vaRenderer.h"
 #include "tests/render/render_fixture.h"
 
@@ -62,8 +61,25 @@ TEST_F(Render, UnknownHandlesAreRefusedWithTheManagersPosition) {
     g_sdk.QuillonDecoderRelease(decoder);
 }
 
-TEST_F(Render, NullRecordsBeforeAndAfterTheDeviceAndReleaseOnce) {
+TEST_F(Render, NullRecordsAndCommandsBeforeAndAfterTheDeviceAndReleaseOnce) {
     QuillonRenderHandle h = NewRender();
+    const struct {
+        const char* func;
+        int line;
+    } checks[] = {{"Texture2DToNV12", 172}, {"SetDrawCallBack", 186},   {"InnerOnDrawLine", 193},
+                  {"InnerOnDrawText", 203}, {"InnerOnDrawBlurry", 213}, {"InnerEZoomArea", 223},
+                  {"InnerSetDstRect", 233}};
+    for (unsigned command = 0; command < 7; ++command) {
+        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, nullptr, 416), -1) << command;
+        EXPECT_EQ(TakeVelmorCalls(), DrawCheck(checks[command].func, checks[command].line));
+    }
+    for (unsigned command : {7u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, nullptr, 0), 0);
+        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, reinterpret_cast<void*>(0x8), 64), 0);
+    }
+    // Overlays outside the callback (and without a device) still return 0.
+    for (unsigned command = 2; command <= 4; ++command) EXPECT_EQ(Config(h, command, OverlayParam{}), 0);
+    EXPECT_EQ(TakeVelmorCalls(), Calls{});
     EXPECT_EQ(Show(h, ShowFrameData{}), -200);
     EXPECT_EQ(TakeVelmorCalls(), DrawCheck("ShowFrame", 72));
     EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, nullptr, 72), -101);
@@ -163,14 +179,9 @@ struct Seen {
     void* user = nullptr;
 } g_seen;
 
-void QUILLON_CALL CountingCallback(ShowFrameData* frame, void* user) {
-    g_seen = {g_seen.calls + 1, *frame, frame, user};
-}
+void QUILLON_CALL CountingCallback(ShowFrameData* f, void* user) { g_seen = {g_seen.calls + 1, *f, f, user}; }
 
-void QUILLON_CALL OtherCallback(ShowFrameData*, void* user) {
-    g_seen.calls += 100;
-    g_seen.user = user;
-}
+void QUILLON_CALL OtherCallback(ShowFrameData*, void* user) { g_seen = {g_seen.calls + 100, {}, nullptr, user}; }
 
 // The callback gets a copy of the record once per picture shown; none while
 // the window is minimised; pictures follow SetWnd to another window.
@@ -225,51 +236,6 @@ TEST_F(Render, DrawCallbackPartialPayloadsMinimisedWindowAndSetWnd) {
     g_seen.calls = 0;
     EXPECT_EQ(Show(h, f), 0);
     EXPECT_EQ(g_seen.calls, 0);
-}
-
-TEST_F(Render, CommandsWithNullPayloadsLogAndUnknownCommandsPass) {
-    QuillonRenderHandle h = NewRender();
-    const struct {
-        const char* func;
-        int line;
-    } checks[] = {{"Texture2DToNV12", 172}, {"SetDrawCallBack", 186},   {"InnerOnDrawLine", 193},
-                  {"InnerOnDrawText", 203}, {"InnerOnDrawBlurry", 213}, {"InnerEZoomArea", 223},
-                  {"InnerSetDstRect", 233}};
-    for (unsigned command = 0; command < 7; ++command) {
-        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, nullptr, 416), -1) << command;
-        EXPECT_EQ(TakeVelmorCalls(), DrawCheck(checks[command].func, checks[command].line));
-    }
-    for (unsigned command : {7u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, nullptr, 0), 0);
-        EXPECT_EQ(g_sdk.QuillonRenderConfig(h, command, reinterpret_cast<void*>(0x8), 64), 0);
-    }
-    // Overlays outside the callback (and without a device) still return 0.
-    for (unsigned command = 2; command <= 4; ++command) EXPECT_EQ(Config(h, command, OverlayParam{}), 0);
-    EXPECT_EQ(TakeVelmorCalls(), Calls{});
-}
-
-TEST(RenderObject, ZoomAndDestinationPayloadsAreCopiedByLength) {
-    CLS_D3D11vaDraw draw;
-    auto zoom = [&] {
-        const EZoomArea z = draw.Renderer().GetZoomArea();
-        return std::vector<double>{z.left, z.top, z.right, z.bottom};
-    };
-    auto dst = [&] {
-        const DstRect d = draw.Renderer().GetDstRect();
-        return std::vector<int>{d.left, d.top, d.right, d.bottom};
-    };
-    EXPECT_EQ(zoom(), (std::vector<double>{0.0, 0.0, 1.0, 1.0}));
-    EZoomArea z = {0.25, 0.125, 0.75, 0.5};
-    EXPECT_EQ(draw.Config(QUILLON_CMD_EZOOM_AREA, &z, 16), 0);
-    EXPECT_EQ(zoom(), (std::vector<double>{0.25, 0.125, 0.0, 0.0}));
-    EXPECT_EQ(draw.Config(QUILLON_CMD_EZOOM_AREA, &z, 64), 0);
-    EXPECT_EQ(zoom(), (std::vector<double>{0.25, 0.125, 0.75, 0.5}));
-
-    DstRect d = {10, 20, 30, 40};
-    EXPECT_EQ(draw.Config(QUILLON_CMD_SET_DST_RECT, &d, 8), 0);
-    EXPECT_EQ(dst(), (std::vector<int>{10, 20, 0, 0}));
-    EXPECT_EQ(draw.Config(QUILLON_CMD_SET_DST_RECT, &d, -5), 0);  // negative: nothing copied
-    EXPECT_EQ(dst(), (std::vector<int>{0, 0, 0, 0}));
 }
 
 TEST(ZoomSourceRect, RoundsToFourCorrectsPaddedHeightsAndMakesEven) {

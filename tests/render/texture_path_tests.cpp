@@ -73,6 +73,12 @@ TEST_F(TexturePath, SliceQuadrantsShowInBt709PaddingRowsNeverAndFollowAResize) {
     ResizeClient(wnd, 640, 360);
     EXPECT_EQ(ShowsAt(f, wnd, 230, 125, Rgb709(white)), "");
     EXPECT_EQ(ShowsAt(f, wnd, 260, 125, kBlack), "");
+    // Copied by length: nothing of a negative length, two fields of 8 bytes; {0, 0, 0, 0} is the whole window.
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 240, 134}, -5), 0);
+    EXPECT_EQ(ShowsAt(f, wnd, 500, 300, Rgb709(white)), "");
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 240, 134}), 0);
+    ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 240, 134}, 8), 0);
+    EXPECT_EQ(ShowsAt(f, wnd, 500, 300, Rgb709(white)), "");
 }
 
 // Byte-exact read-back of 720 rows from an array padded to 736, through a staging texture
@@ -149,10 +155,15 @@ TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused) {
     // A slice of our own: shown where NV12 can be sampled, else -1 and no crash.
     EXPECT_EQ(Show(render, Slice(pool->Texture(), 1, 64, 64)), testkit::CanSampleNv12(device) ? 0 : -1);
     TakeVelmorCalls();
-    // Empty, inverted or wholly outside the picture: nothing left to show.
-    for (EZoomArea zoom : {EZoomArea{0.5, 0.5, 0.5, 0.9}, EZoomArea{0.8, 0.1, 0.2, 0.9}, EZoomArea{1.5, 0.0, 2.0, 1.0},
-                           EZoomArea{0.5, 0.5, 0.0, 0.0}}) {
-        ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, zoom), 0);
+    // Empty, inverted or wholly outside the picture: nothing left to show. 16 bytes of a zoom
+    // copy left and top only, a negative length nothing.
+    const struct {
+        EZoomArea zoom;
+        int length;
+    } crops[] = {{{0.5, 0.5, 0.5, 0.9}, 32}, {{0.8, 0.1, 0.2, 0.9}, 32},     {{1.5, 0.0, 2.0, 1.0}, 32},
+                 {{0.5, 0.5, 0.0, 0.0}, 32}, {{0.25, 0.25, 0.75, 0.75}, 16}, {{0.0, 0.0, 1.0, 1.0}, -5}};
+    for (const auto& c : crops) {
+        ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, c.zoom, c.length), 0);
         EXPECT_EQ(Show(render, Slice(pool->Texture(), 1, 64, 64)), -1);
         EXPECT_EQ(TakeVelmorCalls(), ErrorRecord(file, show, 83, "zoom area leaves no picture"));
     }
