@@ -1,16 +1,10 @@
-// Concurrency and window storms: host threads each drive a window, a render
-// object and a decoder (FFmpeg test double) of their own, as a video-wall
-// host does: pictures (on stack 2 half of them from a decoder-shaped texture
-// array on the thread's device), overlays drawn from inside the draw
-// callback, zoom, destination rectangle and callback changes, GetDrawInfo and
-// decoding, while the window is resized (now and then to 0 x 0), minimised,
-// and the render object moves to another window (which must show the
-// picture) and back. Creation and release are serialised against every other
-// call. Meanwhile eight more threads call eight exports with a handle never
-// issued, each call writing its export's error record. Afterwards each tile
-// shows its last picture and overlay on the whole window, every call (also
-// on a minimised or empty window) returned what the interface allows, and
-// every log line is one whole record; none is lost.
+// Concurrency and window storms: host threads each drive a window, a render object and a decoder (FFmpeg
+// test double) of their own, as a video-wall host does: pictures (on stack 2 also from a decoder-shaped
+// texture array), overlays from inside the draw callback, zoom, destination rectangle, callback changes,
+// GetDrawInfo and decoding, while the window is resized (also to 0 x 0) and minimised and the render object
+// visits another window. Eight more threads call eight exports with a handle never issued. Every call must
+// return what the interface allows, each tile end with its last picture and overlay, and every log record
+// be whole; none lost.
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -40,46 +34,23 @@ void Expect(bool ok, int tile, const std::string& what)
     if (g_faults.size() < 20) g_faults.push_back("tile " + std::to_string(tile) + ": " + what);
 }
 
-// The callers with a handle never issued: the position of each one's record.
-const struct {
-    const char* position;
-    int (*call)(QuillonSdkApi&, void*);
-} kCallers[] = {
-    {"interface/CLS_DecoderManager.cpp, func:CLS_DecoderManager::Initial, line: 65",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonDecoderInitial(h, nullptr, nullptr); }},
-    {"interface/CLS_DecoderManager.cpp, func:CLS_DecoderManager::DecodeOneFrame, line: 77",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonDecoderDecodeOneFrame(h, nullptr, 0, nullptr); }},
-    {"interface/CLS_DecoderManager.cpp, func:CLS_DecoderManager::Release, line: 89",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonDecoderRelease(h); }},
-    {"interface/CLS_RenderManager.cpp, func:CLS_RenderManager::InitDevice, line: 68",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonRenderInitDevice(h, nullptr, 0); }},
-    {"interface/CLS_RenderManager.cpp, func:CLS_RenderManager::ShowFrame, line: 80",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonRenderShowFrame(h, nullptr, 0); }},
-    {"interface/CLS_RenderManager.cpp, func:CLS_RenderManager::GetDrawInfo, line: 103",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonRenderGetDrawInfo(h, nullptr, 0); }},
-    {"interface/CLS_RenderManager.cpp, func:CLS_RenderManager::SetWnd, line: 113",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonRenderSetWnd(h, nullptr); }},
-    {"interface/CLS_RenderManager.cpp, func:CLS_RenderManager::Config, line: 123",
-     [](QuillonSdkApi& s, void* h) { return s.QuillonRenderConfig(h, 5, nullptr, 0); }},
+// Callers with a handle never issued, and the position of the record each call writes.
+using Sdk = QuillonSdkApi&;
+const struct { const char* manager; const char* func; int line; int (*call)(Sdk, void*); } kCallers[] = {
+    {"Decoder", "Initial", 65, [](Sdk s, void* h) { return s.QuillonDecoderInitial(h, nullptr, nullptr); }},
+    {"Decoder", "DecodeOneFrame", 77, [](Sdk s, void* h) { return s.QuillonDecoderDecodeOneFrame(h, nullptr, 0, 0); }},
+    {"Decoder", "Release", 89, [](Sdk s, void* h) { return s.QuillonDecoderRelease(h); }},
+    {"Render", "InitDevice", 68, [](Sdk s, void* h) { return s.QuillonRenderInitDevice(h, nullptr, 0); }},
+    {"Render", "ShowFrame", 80, [](Sdk s, void* h) { return s.QuillonRenderShowFrame(h, nullptr, 0); }},
+    {"Render", "GetDrawInfo", 103, [](Sdk s, void* h) { return s.QuillonRenderGetDrawInfo(h, nullptr, 0); }},
+    {"Render", "SetWnd", 113, [](Sdk s, void* h) { return s.QuillonRenderSetWnd(h, nullptr); }},
+    {"Render", "Config", 123, [](Sdk s, void* h) { return s.QuillonRenderConfig(h, 5, nullptr, 0); }},
 };
 constexpr int kCallerCount = 8;
 
-// Sixteen colours at least 96 apart in some channel.
-Rgb TileColour(int i)
-{
-    static const int kLevels[3] = {32, 128, 224};
-    return {kLevels[i % 3], kLevels[i / 3 % 3], kLevels[i / 9 % 3]};
-}
-
-// A picture of one colour (BT.601, studio range, as the I420 shader reads it).
-std::vector<uint8_t> Picture(Rgb c)
-{
-    auto level = [&](double base, double r, double g, double b) {
-        return static_cast<uint8_t>(base + (r * c.r + g * c.g + b * c.b) / 255 + 0.5);
-    };
-    return SolidI420(kPicW, kPicH, level(16, 65.481, 128.553, 24.966), level(128, -37.797, -74.203, 112.0),
-                     level(128, 112.0, -93.786, -18.214));
-}
+// Tile i's colour as the I420 shader shows it (BT.601): tiles i and i + 5 differ by 50 in luma.
+Yuv TileYuv(int i) { return {80 + i % 3 * 50, 108 + i / 3 % 3 * 20, 108 + i / 9 % 3 * 20}; }
+Rgb TileColour(int i) { return testkit::Bt601ToRgb(TileYuv(i)); }
 
 struct Tile {
     int index = 0;
@@ -108,7 +79,7 @@ struct Tile {
         SetWindowPos(window, nullptr, 0, 0, w, h, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
         testkit::PumpMessages();
     }
-    void Run(DWORD deadline);
+    void Run(int tile, QuillonSdkApi* api, DWORD deadline);
 };
 
 // The tile's overlay, issued from inside the callback (under the lock its
@@ -123,9 +94,7 @@ void QUILLON_CALL DrawTileOverlay(ShowFrameData* frame, void* user)
     OverlayParam hatch = {0, 0x808080, 2, 4, {{120, 50}, {180, 50}, {180, 90}, {120, 90}}, "", 0.0f, 0, 0, {}};
     for (auto [command, p] : {std::pair{QUILLON_CMD_DRAW_LINE, &line}, std::pair{QUILLON_CMD_DRAW_TEXT, &text},
                               std::pair{QUILLON_CMD_DRAW_BLURRY, &hatch}}) {
-        // Wine 8's shared DirectWrite factory (unlike Windows') crashes when
-        // text formats are made on several threads at once: there the host
-        // draws one text at a time.
+        // Wine 8's shared DirectWrite factory (not Windows') crashes making text formats on several threads at once.
         std::unique_lock<std::mutex> guard(g_textLock, std::defer_lock);
         if (command == QUILLON_CMD_DRAW_TEXT && !testkit::OnNv12Stack()) guard.lock();
         const int r = t->sdk->QuillonRenderConfig(t->render, command, p, sizeof(*p));
@@ -133,8 +102,10 @@ void QUILLON_CALL DrawTileOverlay(ShowFrameData* frame, void* user)
     }
 }
 
-void Tile::Run(DWORD deadline)
+void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline)
 {
+    index = tile;
+    sdk = api;
     threadId = GetCurrentThreadId();
     window = testkit::CreateTestWindow(index % 4 * kTileW, index / 4 * kTileH, kTileW, kTileH, "concurrency");
     spare = testkit::CreateTestWindow(index * 70, 4 * kTileH + 20, 64, 64, "concurrency spare");
@@ -149,12 +120,12 @@ void Tile::Run(DWORD deadline)
 
     // Own colour in CPU picture 1 and pool slice 1, another tile's in picture 0 and slice 2.
     const int other = (index + 5) % 16;
-    std::vector<uint8_t> colours[2] = {Picture(TileColour(other)), Picture(TileColour(index))};
+    const Yuv mine = TileYuv(index), theirs = TileYuv(other);
+    std::vector<uint8_t> colours[2] = {SolidI420(kPicW, kPicH, theirs.y, theirs.u, theirs.v),
+                                       SolidI420(kPicW, kPicH, mine.y, mine.u, mine.v)};
     std::unique_ptr<testkit::DecoderPool> pool;
     if (testkit::OnNv12Stack()) {
-        ID3D11Device* device = static_cast<ID3D11Device*>(init.device);
-        Expect(testkit::CanSampleNv12(device), index, "NV12 sampling on stack 2");
-        pool.reset(new testkit::DecoderPool(device, kPicW, kPicH, 4));
+        pool.reset(new testkit::DecoderPool(static_cast<ID3D11Device*>(init.device), kPicW, kPicH, 4));
         for (int slice = 1; slice <= 2; ++slice) {
             const Yuv c = testkit::Bt709FromRgb(TileColour(slice == 1 ? index : other));
             Expect(pool->Ok() && pool->Write(slice, {pool->Width(), pool->Height(), c}), index, "pool");
@@ -195,9 +166,8 @@ void Tile::Run(DWORD deadline)
             ShowWindow(window, SW_RESTORE);
             break;
         case 6: {
-            // Over to the spare window and back (not straight onto its own
-            // window: the Vulkan stack cannot have two swap chains on one).
-            // The spare shows the own colour below the text, the first time checked.
+            // Over to the spare (which must show the own colour below the text) and back; not straight
+            // onto its own window: the Vulkan stack cannot have two swap chains on one.
             Do("QuillonRenderSetWnd", [&] { return sdk->QuillonRenderSetWnd(render, spare); });
             const ShowFrameData own = frameOf(true, false);
             Show(own);
@@ -236,31 +206,26 @@ TEST(Concurrency, HostThreadsEachDrivingATileKeepEveryResultPictureAndRecordWhol
     StagedSdk sdk("robust_concurrency", testkit::kFfmpegDouble);
     ASSERT_TRUE(sdk.bound);
     ASSERT_EQ(0, sdk.api.QuillonStartup());
-    // Stack 1 presents slowly with several devices: four threads there, a wall of sixteen on stack 2.
+    // Stack 1 presents slowly with several devices: four tiles there, sixteen on stack 2.
     const int n = testkit::OnNv12Stack() ? 16 : 4;
     std::vector<Tile> tiles(n);
     std::vector<std::thread> threads;
     const DWORD start = GetTickCount();
-    for (int i = 0; i < n; ++i) {
-        tiles[i].index = i;
-        tiles[i].sdk = &sdk.api;
-        threads.emplace_back([&, i] { tiles[i].Run(start + kRunMs); });
-    }
+    for (int i = 0; i < n; ++i) threads.emplace_back([&, i] { tiles[i].Run(i, &sdk.api, start + kRunMs); });
     std::vector<int> calls(kCallerCount, 0), seen(kCallerCount, 0);
     for (int c = 0; c < kCallerCount; ++c) {
         threads.emplace_back([&, c] {
             void* never = reinterpret_cast<void*>(0x7000 + c * 16);
             for (; GetTickCount() - start < kRunMs; ++calls[c]) {
                 const int r = g_calls.Shared([&] { return kCallers[c].call(sdk.api, never); });
-                Expect(r == -1, c, std::string(kCallers[c].position) + " gave " + std::to_string(r));
+                Expect(r == -1, c, std::string(kCallers[c].func) + " (never issued) gave " + std::to_string(r));
             }
         });
     }
     // A hung thread ends the run at once (its calls cannot be unwound).
     for (int waited = 0; g_ready < n && waited < 120000; waited += 50) Sleep(50);
     if (g_ready < n) {
-        printf("concurrency: threads did not finish in 120 s\n");
-        fflush(stdout);
+        fprintf(stderr, "concurrency: threads did not finish in 120 s\n");
         TerminateProcess(GetCurrentProcess(), 1);
     }
     // Each tile's own colour (no destination rectangle left, no other tile's
@@ -281,20 +246,22 @@ TEST(Concurrency, HostThreadsEachDrivingATileKeepEveryResultPictureAndRecordWhol
         R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] ()"
         R"(file: ([\w/.]+, func:[\w:]+, line: \d+) )"
         R"((\[QuillonStartup\] already Startup!|CHECK_(UN)?EQUAL_RETURN|IsHandleValid faild!))"
-        R"(|CLS_D3D11vaDraw::ShowFrame Windows Size Changed Recreate Render)"
-        R"(|load ffmpeg lib ffmpeg-7\.dll success!)"
+        R"(|CLS_D3D11vaDraw::ShowFrame Windows Size Changed Recreate Render|load ffmpeg lib ffmpeg-7\.dll success!)"
         R"(|\[CLS_D3D11vaDecoder\](we got \d+ decoder configurations |configuration\[\d\] ConfigBitstreamRaw \d )"
         R"(|CheckIsDeviceSupport Success _iWidth = 320 _iHeight = 240 H264 profileid = \w+)))");
+    std::vector<std::string> positions;  // of each caller's records
+    for (const auto& c : kCallers)
+        positions.push_back(std::string("interface/CLS_") + c.manager + "Manager.cpp, func:CLS_" + c.manager +
+                            "Manager::" + c.func + ", line: " + std::to_string(c.line));
     int decoderRecords = 0, broken = 0;
     for (const std::string& line : testkit::SplitLines(testkit::ReadFile(sdk.LogPath()))) {
         decoderRecords += line.find("] [CLS_D3D11vaDecoder]") != std::string::npos;
         std::smatch m;
         if (!std::regex_match(line, m, kRecord) && ++broken <= 10) ADD_FAILURE() << "broken log record: " << line;
-        for (int c = 0; c < kCallerCount && m[3] == "IsHandleValid faild!"; ++c)
-            seen[c] += m[2] == kCallers[c].position;
+        for (int c = 0; c < kCallerCount && m[3] == "IsHandleValid faild!"; ++c) seen[c] += m[2] == positions[c];
     }
     EXPECT_EQ(4 * n, decoderRecords);  // each decoder's set-up writes four
-    for (int c = 0; c < kCallerCount; ++c) EXPECT_TRUE(calls[c] > 0 && seen[c] == calls[c]) << kCallers[c].position;
+    for (int c = 0; c < kCallerCount; ++c) EXPECT_TRUE(calls[c] > 0 && seen[c] == calls[c]) << kCallers[c].func;
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
-// Malformed streams: QuillonPlay.exe plays damaged copies of the sample clips
-// (raw H.264 and HEVC): cut off inside a unit, with bits flipped or units of
-// random bytes put in the second half. It shows the good pictures, reports
-// the damage and ends normally; random bytes are refused with a message or
-// played as noise, never a crash. (The player suite counts lost and
-// concealed pictures exactly, on H.264 with a damaged keyframe.)
+// Malformed streams: QuillonPlay.exe plays the sample clips (raw H.264, HEVC)
+// cut inside a unit, with bits flipped or random units put in the second half:
+// it shows the good pictures, reports the damage and ends normally. Random
+// bytes are refused with a message or played as noise, never a crash.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -22,8 +20,7 @@ std::vector<size_t> StartCodes(const std::string& s)
     return at;
 }
 
-// The clip with its second half damaged: bits flipped, or a unit of random
-// bytes put in before every third start code.
+// `s` with its second half damaged: bits flipped, or random units put in before every third start code.
 std::string Damaged(const std::string& s, bool flipBits, std::mt19937& rng)
 {
     const std::vector<size_t> codes = StartCodes(s);
@@ -37,21 +34,17 @@ std::string Damaged(const std::string& s, bool flipBits, std::mt19937& rng)
     return out;
 }
 
-// The exit code, the output and the number of pictures shown.
-struct Played {
-    DWORD exitCode;
-    std::string output;
-    int shown;
+struct Played : testkit::ProcessRun {
+    int shown = -1;  // pictures, from the summary line
 };
 
 Played Play(testkit::StagedDir& dir, const std::string& name, const std::string& bytes)
 {
     dir.Write(name, bytes);
-    const testkit::ProcessRun run =
-        testkit::RunProcess(dir.Path(), "\"" + dir.Path() + "QuillonPlay.exe\" --no-overlay --fast " + name);
-    Played r = {run.exitCode, name + ":\n" + run.output, -1};
-    const size_t at = run.output.find("QuillonPlay: shown ");
-    if (at != std::string::npos) sscanf(run.output.c_str() + at, "QuillonPlay: shown %d", &r.shown);
+    Played r = {testkit::RunProcess(dir.Path(), "\"" + dir.Path() + "QuillonPlay.exe\" --no-overlay --fast " + name)};
+    const size_t at = r.output.find("QuillonPlay: shown ");
+    if (at != std::string::npos) sscanf(r.output.c_str() + at, "QuillonPlay: shown %d", &r.shown);
+    r.output = name + ":\n" + r.output;
     return r;
 }
 
