@@ -1,6 +1,4 @@
-// Life cycle of the Direct3D 11 renderer (xop/D3D11Renderer.cpp): device
-// with and without a window, resize, another window, destroy, recovery from
-// a removed device, and the debug lines of creation failures.
+// Life cycle (xop/D3D11Renderer.cpp): devices, windows, destroy, recovery; debug lines of failures.
 #include <gtest/gtest.h>
 
 #include <d3d10.h>
@@ -8,7 +6,6 @@
 #include "xop_testutil.h"
 
 using namespace xoptest;
-using testkit::Bt601ToRgb;
 using xop::InputBank;
 
 TEST_F(RendererTest, InitOnAWindowBuildsBothBanksAndReportsTheSize) {
@@ -25,8 +22,6 @@ TEST_F(RendererTest, InitOnAWindowBuildsBothBanksAndReportsTheSize) {
         ASSERT_TRUE(r.m_outputTextures[i]) << i;
         EXPECT_NE(nullptr, r.m_outputTextures[i]->GetRenderTargetView()) << i;
     }
-    EXPECT_NE(nullptr, r.m_pointSampler);
-    EXPECT_NE(nullptr, r.m_linearSampler);
     EXPECT_TRUE(r.m_d2dRenderTarget);
     // An unknown format makes no textures and converts nothing.
     EXPECT_TRUE(r.InitInputTextures(W, H, 9));
@@ -44,9 +39,7 @@ TEST(Lifecycle, DeviceOnlyHasNoSwapChainAndDrawsNoOverlays) {
         EXPECT_EQ(-1, r.InnerOnDrawText(&p));
         EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
         EXPECT_STREQ("x", p.text);
-        if (!device) {
-            ASSERT_TRUE(r.InitDeviceOnly());
-        }
+        ASSERT_TRUE(device || r.InitDeviceOnly());  // a device for the second round
     }
     ASSERT_NE(nullptr, r.GetDevice());
     Microsoft::WRL::ComPtr<ID3D10Multithread> mt;
@@ -60,43 +53,17 @@ TEST(Lifecycle, DeviceOnlyHasNoSwapChainAndDrawsNoOverlays) {
     EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::GetSwapChainSize:1329]  D3D11Renderer::GetSwapChainSize "
                                        "failed, nullptr == swap_chain_ \n"},
               debug.Take());
-    EXPECT_FALSE(r.Resize());
     EXPECT_TRUE(r.InitInputTextures(W, H, xop::kFrameI420));
     EXPECT_EQ(nullptr, r.Input(InputBank::kY)->GetTexture());
     r.BeginFrame();
     Present(r);
 }
 
-TEST_F(RendererTest, ResizeFollowsTheClientAreaAndKeepsAMinimisedWindow) {
-    Picture red = SolidYuv(xop::kFrameI420, 64, 48, kRed);
-    ShowPicture(r, red.image);
-    ASSERT_EQ(xop::kFrameI420, r.m_frameFormat);
-    SetWindowPos(m_window, nullptr, 0, 0, 200, 90, SWP_NOMOVE | SWP_NOZORDER);
-    testkit::ClientPixel(m_window, 0, 0);  // lets the window take its new size
-    Sleep(200);
-    RECT client;
-    GetClientRect(m_window, &client);
-    EXPECT_TRUE(r.Resize());
-    uint32_t w = 0, h = 0;
-    ASSERT_EQ(0, r.GetSwapChainSize(&w, &h));
-    EXPECT_EQ(static_cast<uint32_t>(client.right), w);
-    EXPECT_EQ(static_cast<uint32_t>(client.bottom), h);
-    EXPECT_EQ(0, r.m_frameFormat);  // the picture geometry is forgotten
-    ShowPicture(r, red.image);
-    EXPECT_TRUE(Shows(client.right - 2, client.bottom - 2, Bt601ToRgb(kRed)));
-
-    ShowWindow(m_window, SW_MINIMIZE);
-    GetClientRect(m_window, &client);
-    ASSERT_EQ(0, client.right);
-    ASSERT_EQ(0, client.bottom);
+TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevice) {
+    ShowWindow(m_window, SW_MINIMIZE);  // a client area of 0 x 0: no resize (resizes: the render suites)
     IDXGISwapChain* before = r.m_swapChain;
     EXPECT_FALSE(r.Resize());
     EXPECT_EQ(before, r.m_swapChain);
-    ASSERT_EQ(0, r.GetSwapChainSize(&w, &h));
-    EXPECT_EQ(200u, w);
-}
-
-TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevice) {
     DebugCapture debug;
     ID3D11Device* device = r.GetDevice();
     EXPECT_FALSE(r.SetWnd(nullptr));  // no client rectangle: no swap chain
@@ -110,17 +77,13 @@ TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevic
     ASSERT_EQ(0, r.GetSwapChainSize(&w, &h));
     EXPECT_EQ(120u, w);
     EXPECT_EQ(80u, h);
-    Picture blue = SolidYuv(xop::kFrameI420, 120, 80, kBlue);
-    ShowPicture(r, blue.image);
-    EXPECT_TRUE(ShowsColour(second, 60, 40, Bt601ToRgb(kBlue)));
     // A zero-sized picture: every plane texture fails to be made, one message each.
     debug.Take();
     EXPECT_TRUE(r.InitInputTextures(0, 0, xop::kFrameI420));
     const std::vector<std::string> messages = debug.Take();
     ASSERT_EQ(3u, messages.size());
     for (const std::string& m : messages) {
-        EXPECT_EQ(0u, m.find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() failed, "))
-            << m;
+        EXPECT_EQ(0u, m.find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() failed, "));
     }
     Picture empty = SolidYuv(xop::kFrameI420, 0, 0, kBlack);
     r.UpdateFrame(empty.image);
@@ -145,10 +108,7 @@ TEST(Lifecycle, DestroyRepaintsUnlessThePictureIsKept) {
         EXPECT_EQ(0, r.m_frameFormat);
         if (!keep) {
             EXPECT_TRUE(ShowsColour(window, W / 2, H / 2, {0, 0, 0}, 2));
-        } else if (!testkit::OnNv12Stack()) {
-            // Under DXVK (stack 2) the presented picture belongs to the
-            // Vulkan surface and goes with the swap chain: a kept picture
-            // cannot be observed there.
+        } else if (!testkit::OnNv12Stack()) {  // under DXVK the picture goes with the swap chain
             Sleep(300);
             EXPECT_TRUE(testkit::Near(testkit::ClientPixel(window, W / 2, H / 2), 255, 255, 255, 2));
         }
@@ -171,7 +131,7 @@ public:
         delete this;
         return 0;
     }
-    HRESULT STDMETHODCALLTYPE Present(UINT, UINT) override { return ++presents, m_result; }
+    HRESULT STDMETHODCALLTYPE Present(UINT, UINT) override { return m_result; }
     FORWARD(QueryInterface, (REFIID i, void** o), (i, o))
     FORWARD(SetPrivateData, (REFGUID g, UINT n, const void* d), (g, n, d))
     FORWARD(SetPrivateDataInterface, (REFGUID g, const IUnknown* u), (g, u))
@@ -187,7 +147,6 @@ public:
     FORWARD(GetContainingOutput, (IDXGIOutput** o), (o))
     FORWARD(GetFrameStatistics, (DXGI_FRAME_STATISTICS* s), (s))
     FORWARD(GetLastPresentCount, (UINT* c), (c))
-    static int presents;
 
 private:
     IDXGISwapChain* m_real;
@@ -195,19 +154,6 @@ private:
     ULONG m_refs = 1;
 };
 #undef FORWARD
-int PresentResult::presents = 0;
-
-// Counts the Init calls that reach the subclass through the virtual table.
-class CountingRenderer : public TestRenderer {
-public:
-    bool Init(HWND window) override {
-        ++inits;
-        lastWindow = window;
-        return TestRenderer::Init(window);
-    }
-    int inits = 0;
-    HWND lastWindow = nullptr;
-};
 
 }  // namespace
 
@@ -215,25 +161,17 @@ TEST(Lifecycle, PresentRecoversOnlyFromDeviceRemoval) {
     HWND window = NewWindow();
     for (HRESULT result : {DXGI_ERROR_WAS_STILL_DRAWING, E_FAIL, DXGI_ERROR_DEVICE_HUNG, DXGI_ERROR_DEVICE_REMOVED}) {
         SCOPED_TRACE(testing::Message() << std::hex << result);
-        CountingRenderer r;
+        TestRenderer r;
         ASSERT_TRUE(r.Init(window));
-        r.inits = 0;
         Microsoft::WRL::ComPtr<ID3D11Device> device = r.GetDevice();
         r.m_swapChain = new PresentResult(r.m_swapChain, result);
-        PresentResult::presents = 0;
         r.PresentSwapChain();
-        EXPECT_EQ(1, PresentResult::presents);
-        const bool removed = result == DXGI_ERROR_DEVICE_REMOVED;
-        EXPECT_EQ(removed ? 1 : 0, r.inits);
-        EXPECT_EQ(removed, device.Get() != r.GetDevice());  // a new device after Destroy
-        if (removed) {
-            EXPECT_EQ(window, r.lastWindow);
-            uint32_t w = 0, h = 0;
-            EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
-            Picture red = SolidYuv(xop::kFrameI420, W, H, kRed);
-            ShowPicture(r, red.image);
-            EXPECT_TRUE(ShowsColour(window, W / 2, H / 2, Bt601ToRgb(kRed)));
-        }
+        // Only a removed device is replaced, by a new one on the same window.
+        EXPECT_EQ(result == DXGI_ERROR_DEVICE_REMOVED, device.Get() != r.GetDevice());
+        EXPECT_NE(nullptr, r.GetDevice());
+        uint32_t w = 0, h = 0;
+        EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
+        EXPECT_EQ(160u, w);
     }
     DestroyWindow(window);
 }

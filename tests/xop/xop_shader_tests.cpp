@@ -1,12 +1,10 @@
-// The embedded shaders: well-formed shader model 4 DXBC containers whose
-// checksum Windows would accept. (That the device makes them is shown by
-// every renderer test: a failure there logs and draws nothing.)
+// The embedded shaders: shader model 4 DXBC containers whose checksum Windows would accept (Wine
+// does not check it). A shader the device refuses is logged by Init, which the life-cycle suite checks.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
-#include <set>
-#include <string>
+#include <vector>
 
 #include "xop/Shaders.h"
 
@@ -38,9 +36,9 @@ void Md5Block(uint32_t s[4], const uint8_t* block) {
     s[0] += a, s[1] += b, s[2] += c, s[3] += d;
 }
 
-// The container checksum: MD5 over everything after the 20-byte header,
-// with DXBC's own final block (bit count first, bits/4 | 1 last).
-void DxbcChecksum(const uint8_t* data, uint32_t size, uint32_t out[4]) {
+// The container checksum: MD5 over everything after the 20-byte header, with DXBC's own final block
+// (bit count first, bits/4 | 1 last), against the one stored after the magic.
+bool ChecksumMatches(const uint8_t* data, uint32_t size) {
     uint32_t s[4] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
     const uint8_t* p = data + 20;
     const uint32_t length = size - 20, bits = length * 8, full = length / 64, rest = length % 64;
@@ -59,52 +57,29 @@ void DxbcChecksum(const uint8_t* data, uint32_t size, uint32_t out[4]) {
     memcpy(last, &bits, 4);
     memcpy(last + 60, &tail, 4);
     Md5Block(s, last);
-    memcpy(out, s, 16);
-}
-
-struct Shader {
-    const xop::ShaderCode* code;
-    bool vertex;
-};
-
-std::vector<Shader> AllShaders() {
-    std::vector<Shader> all = {{&xop::kQuadVertexShader, true}};
-    for (size_t i = 1; i < xop::kPixelShaders.size(); ++i) all.push_back({&xop::kPixelShaders[i], false});
-    return all;
+    return memcmp(s, data + 4, 16) == 0;
 }
 
 }  // namespace
 
 TEST(Shaders, ContainersAreShaderModel4WithValidChecksum) {
-    for (const Shader& shader : AllShaders()) {
-        SCOPED_TRACE(shader.code->name);
-        const uint8_t* p = static_cast<const uint8_t*>(shader.code->code);
-        const uint32_t size = static_cast<uint32_t>(shader.code->size);
+    std::vector<const xop::ShaderCode*> all = {&xop::kQuadVertexShader};
+    for (size_t i = 1; i < xop::kPixelShaders.size(); ++i) all.push_back(&xop::kPixelShaders[i]);
+    for (const xop::ShaderCode* shader : all) {
+        SCOPED_TRACE(shader->name);
+        const uint8_t* p = static_cast<const uint8_t*>(shader->code);
+        const uint32_t size = static_cast<uint32_t>(shader->size);
         ASSERT_GE(size, 32u);
         EXPECT_EQ(0, memcmp(p, "DXBC", 4));
         EXPECT_EQ(1u, U32(p + 20));    // container version
         EXPECT_EQ(size, U32(p + 24));  // total size
-        std::set<std::string> names;
-        uint32_t token = 0;
+        uint32_t token = 0;  // SHDR's first: program type << 16 (0 pixel, 1 vertex), version 4.0
         for (uint32_t i = 0; i < U32(p + 28); ++i) {
             const uint32_t offset = U32(p + 32 + 4 * i);
-            ASSERT_LE(offset + 8, size);
-            ASSERT_LE(offset + 8 + U32(p + offset + 4), size);
-            names.insert(std::string(reinterpret_cast<const char*>(p + offset), 4));
+            ASSERT_LE(offset + 12, size);
             if (memcmp(p + offset, "SHDR", 4) == 0) token = U32(p + offset + 8);
         }
-        for (const char* required : {"RDEF", "ISGN", "OSGN", "SHDR"}) EXPECT_EQ(1u, names.count(required)) << required;
-        // SHDR token 0: program type in bits 16..31 (0 pixel, 1 vertex), version 4.0.
-        EXPECT_EQ(shader.vertex ? 1u : 0u, token >> 16);
-        EXPECT_EQ(0x40u, token & 0xFF);
-
-        uint32_t expected[4];
-        DxbcChecksum(p, size, expected);
-        EXPECT_EQ(0, memcmp(expected, p + 4, 16)) << "checksum";
-        // A single flipped byte must change the checksum (the test's MD5 is live).
-        std::vector<uint8_t> copy(p, p + size);
-        copy.back() ^= 0x5A;
-        DxbcChecksum(copy.data(), size, expected);
-        EXPECT_NE(0, memcmp(expected, p + 4, 16));
+        EXPECT_EQ(shader == all[0] ? 0x10040u : 0x40u, token);
+        EXPECT_TRUE(ChecksumMatches(p, size));
     }
 }
