@@ -2,6 +2,7 @@
 // "ffmpeg-7.dll" and the recording Velmor.dll beside QuillonSDK.dll.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -25,8 +26,7 @@ const char* const kH264Text = "H264 profileid = D3D11_DECODER_PROFILE_H264_VLD_N
 const GUID kHevcMain = {0x5b11d51b, 0x2f4c, 0x4452, {0xbc, 0xc3, 0x09, 0xf2, 0xa1, 0x16, 0x0c, 0xc0}};
 const GUID kH264 = {0x1b81be68, 0xa0c7, 0x11d3, {0xb9, 0x84, 0x00, 0xc0, 0x4f, 0x2e, 0x73, 0xc5}};
 
-Calls DecoderError(const std::string& func, int line, const std::string& message)
-{
+Calls DecoderError(const std::string& func, int line, const std::string& message) {
     return testkit::ErrorRecord("decoder/CLS_D3D11vaDecoder.cpp", func, line, message);
 }
 
@@ -34,18 +34,14 @@ Calls DecoderError(const std::string& func, int line, const std::string& message
 Calls Info(const std::string& text) { return {"sdk_log_get_level", "sdk_log_msg([CLS_D3D11vaDecoder]" + text + ")"}; }
 
 // The recorded calls without the information lines and their gate queries.
-Calls Errors(const Calls& calls)
-{
-    Calls out;
-    for (const std::string& c : calls) {
-        if (c != "sdk_log_get_level" && c.rfind("sdk_log_msg(", 0) != 0) out.push_back(c);
-    }
-    return out;
+Calls Errors(Calls calls) {
+    auto info = [](const std::string& c) { return c == "sdk_log_get_level" || c.rfind("sdk_log_msg(", 0) == 0; };
+    calls.erase(std::remove_if(calls.begin(), calls.end(), info), calls.end());
+    return calls;
 }
 
 // A compressed frame: FrameHead (timestamp, `headLength`), then the payload.
-std::vector<unsigned char> Frame(unsigned timestamp, const std::vector<unsigned char>& payload, unsigned headLength)
-{
+std::vector<unsigned char> Frame(unsigned timestamp, const std::vector<unsigned char>& payload, unsigned headLength) {
     std::vector<unsigned char> buf(sizeof(FrameHead) + payload.size(), 0xCC);
     FrameHead head = {};
     head.timestamp = timestamp;
@@ -57,8 +53,7 @@ std::vector<unsigned char> Frame(unsigned timestamp, const std::vector<unsigned 
 
 class Decoder : public testkit::RecordingTest {
 protected:
-    static void SetUpTestSuite()
-    {
+    static void SetUpTestSuite() {
         Start("decoder_double", testkit::kFfmpegDouble);
         HMODULE ffmpeg = GetModuleHandleA("ffmpeg-7.dll");
         ASSERT_NE(ffmpeg, nullptr);
@@ -70,8 +65,7 @@ protected:
                   S_OK);
     }
 
-    void SetUp() override
-    {
+    void SetUp() override {
         g_reset();
         RecordingTest::SetUp();
         m_need = {1920, 1080, QUILLON_VIDEO_H264, {}, &m_slot};
@@ -81,14 +75,11 @@ protected:
 
     void* Create() { return sdk.QuillonDecoderCreate(nullptr, 0); }
     int Initial(void* decoder) { return sdk.QuillonDecoderInitial(decoder, &m_need, &m_extern); }
-    int Decode(void* decoder, std::vector<unsigned char>& frame, DecOut* out)
-    {
+    int Decode(void* decoder, std::vector<unsigned char>& frame, DecOut* out) {
         return sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), static_cast<unsigned>(frame.size()), out);
     }
 
-    // A fresh decoder, set up on the shared device.
-    void* Ready()
-    {
+    void* Ready() {  // a fresh decoder, set up on the shared device
         void* decoder = Create();
         EXPECT_EQ(Initial(decoder), 0);
         TakeVelmorCalls();
@@ -106,10 +97,7 @@ protected:
     EXPECT_EQ(call, result);                  \
     EXPECT_EQ(TakeVelmorCalls(), records)
 
-// --- refusals -----------------------------------------------------------------------
-
-TEST_F(Decoder, NullRecordsUnknownModesUnsetStateAndUnknownHandlesAreRefusedBeforeFfmpeg)
-{
+TEST_F(Decoder, NullRecordsUnknownModesUnsetStateAndUnknownHandlesAreRefusedBeforeFfmpeg) {
     void* decoder = Create();
     const Calls nullRecord = DecoderError(kInitial, 151, "NULL == _ptCreateNeed || NULL == _ptCreateNeedExtern");
     EXPECT_REFUSED(sdk.QuillonDecoderInitial(decoder, nullptr, &m_extern), -404, nullRecord);
@@ -147,20 +135,19 @@ TEST_F(Decoder, NullRecordsUnknownModesUnsetStateAndUnknownHandlesAreRefusedBefo
     EXPECT_EQ(S->calls[FF_CALL_FIND_DECODER] + S->calls[FF_CALL_ALLOC_CONTEXT] + S->calls[FF_CALL_SEND], 0);
 }
 
-// --- set-up -------------------------------------------------------------------------
-
-TEST_F(Decoder, VideoModesChooseCodecAndProfile)
-{
+TEST_F(Decoder, VideoModesChooseCodecAndProfileAndAnEmptySlotMakesADeviceOfItsOwn) {
     const struct {
         int mode, codec;
         GUID profile;
         std::string text;
-    } cases[] = {{21, AV_CODEC_ID_H264, kH264, kH264Text},
-                 {22, AV_CODEC_ID_H264, kH264, kH264Text},
-                 {23, AV_CODEC_ID_HEVC, kHevcMain, "H265 profileid = D3D11_DECODER_PROFILE_HEVC_VLD_MAIN"}};
+        bool emptySlot;
+    } cases[] = {{21, AV_CODEC_ID_H264, kH264, kH264Text, false},
+                 {22, AV_CODEC_ID_H264, kH264, kH264Text, true},
+                 {23, AV_CODEC_ID_HEVC, kHevcMain, "H265 profileid = D3D11_DECODER_PROFILE_HEVC_VLD_MAIN", false}};
     for (const auto& c : cases) {
         g_reset();
         m_need.VideoMode = c.mode;
+        m_slot = c.emptySlot ? nullptr : s_device;
         void* decoder = Create();
         // The device lists only the H.264 profile: the scan never refuses, the
         // configuration count decides.
@@ -173,12 +160,20 @@ TEST_F(Decoder, VideoModesChooseCodecAndProfile)
                                          Info("configuration[0] ConfigBitstreamRaw 1 ") +
                                          Info("configuration[1] ConfigBitstreamRaw 2 ") +
                                          Info("CheckIsDeviceSupport Success _iWidth = 1920 _iHeight = 1080 " + c.text));
+        if (c.emptySlot) {
+            EXPECT_EQ(S->calls[FF_CALL_DEVICE_CREATE], 1);
+            EXPECT_EQ(S->createType, AV_HWDEVICE_TYPE_D3D11VA);
+            EXPECT_TRUE(!S->createName && !S->createOpts && !S->createFlags);
+            EXPECT_EQ(S->calls[FF_CALL_DEVICE_ALLOC] + S->calls[FF_CALL_DEVICE_INIT], 0);
+            EXPECT_NE(S->opened.hw_device_ctx, nullptr);
+            EXPECT_EQ(S->opened.opaque, nullptr);
+        }
         EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
+        EXPECT_EQ(S->liveBuffers, 0);
     }
 }
 
-TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
-{
+TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice) {
     const ULONG before = RefCount(s_device);
     // Sizes whose rounding up to 32 differs from rounding to 16 or 64.
     m_need.iWidth = 1950;
@@ -223,23 +218,7 @@ TEST_F(Decoder, SharedDeviceIsReferencedOnceMoreAndInitialisedTwice)
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 }
 
-TEST_F(Decoder, EmptySlotMakesADeviceOfItsOwn)
-{
-    m_slot = nullptr;
-    void* decoder = Create();
-    ASSERT_EQ(Initial(decoder), 0);
-    EXPECT_EQ(S->calls[FF_CALL_DEVICE_CREATE], 1);
-    EXPECT_EQ(S->createType, AV_HWDEVICE_TYPE_D3D11VA);
-    EXPECT_TRUE(!S->createName && !S->createOpts && !S->createFlags);
-    EXPECT_EQ(S->calls[FF_CALL_DEVICE_ALLOC] + S->calls[FF_CALL_DEVICE_INIT], 0);
-    EXPECT_NE(S->opened.hw_device_ctx, nullptr);
-    EXPECT_EQ(S->opened.opaque, nullptr);
-    EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
-    EXPECT_EQ(S->liveBuffers, 0);
-}
-
-TEST_F(Decoder, EveryInitialFailureHasItsRecordAndLeavesNothingBehind)
-{
+TEST_F(Decoder, EveryInitialFailureHasItsRecordAndLeavesNothingBehind) {
     const std::string check = "CLS_D3D11vaDecoder::CheckIsDeviceSupportHw";
     const Calls notSupported = DecoderError(
         kInitial, 253, "CheckIsDeviceSupport  iWidth = 1920 iHeight = 1080 VideoMode = 21 Not Support D3D11va");
@@ -262,8 +241,9 @@ TEST_F(Decoder, EveryInitialFailureHasItsRecordAndLeavesNothingBehind)
         {[](FfDoubleScript* s) { s->configCountHr = static_cast<long>(0x80004005); }, false,
          DecoderError(check, 126, "Failed to get configuration for decoder (hr=0x80004005)") + notSupported},
         {[](FfDoubleScript* s) { s->configCount = 0; }, false,
-         DecoderError(check, 131, std::string("No decoder configuration possible for width = 1920 height = 1080 ") +
-                                      kH264Text) + notSupported},
+         DecoderError(check, 131,
+                      std::string("No decoder configuration possible for width = 1920 height = 1080 ") + kH264Text) +
+             notSupported},
         {[](FfDoubleScript* s) { s->openResult = AVERROR_INVALIDDATA; }, false,
          DecoderError(kInitial, 265, "error bebbb1b7 in avcodec_open2\n")},
         {[](FfDoubleScript* s) { s->frameAllocFails = 1; }, false, DecoderError(kInitial, 272, "NULL == m_pPicture")},
@@ -284,14 +264,14 @@ TEST_F(Decoder, EveryInitialFailureHasItsRecordAndLeavesNothingBehind)
     }
 }
 
-TEST_F(Decoder, WithoutAD3D11vaDeviceConfigurationTheContextWaitsForRelease)
-{
+TEST_F(Decoder, WithoutAD3D11vaDeviceConfigurationTheContextWaitsForRelease) {
     S->hwConfigCount = 3;
     S->hwConfigs[0] = {AV_PIX_FMT_D3D11, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX, AV_HWDEVICE_TYPE_DXVA2};
     S->hwConfigs[1] = {AV_PIX_FMT_D3D11, AV_CODEC_HW_CONFIG_METHOD_HW_FRAMES_CTX, AV_HWDEVICE_TYPE_D3D11VA};
     S->hwConfigs[2] = {AV_PIX_FMT_D3D11, AV_CODEC_HW_CONFIG_METHOD_AD_HOC, AV_HWDEVICE_TYPE_D3D11VA};
     void* decoder = Create();
-    EXPECT_REFUSED(Initial(decoder), -1, DecoderError(kInitial, 198, "Decoder h264 does not support device type d3d11va.\n"));
+    EXPECT_REFUSED(Initial(decoder), -1,
+                   DecoderError(kInitial, 198, "Decoder h264 does not support device type d3d11va.\n"));
     EXPECT_EQ(S->calls[FF_CALL_GET_HW_CONFIG], 4);
     EXPECT_EQ(S->calls[FF_CALL_FREE_CONTEXT], 0);
     EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
@@ -301,16 +281,14 @@ TEST_F(Decoder, WithoutAD3D11vaDeviceConfigurationTheContextWaitsForRelease)
     g_reset();
     S->hwConfigCount = 2;
     S->hwConfigs[0] = {AV_PIX_FMT_D3D11, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX, AV_HWDEVICE_TYPE_CUDA};
-    S->hwConfigs[1] = {AV_PIX_FMT_D3D11, AV_CODEC_HW_CONFIG_METHOD_HW_FRAMES_CTX | AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX,
+    S->hwConfigs[1] = {AV_PIX_FMT_D3D11,
+                       AV_CODEC_HW_CONFIG_METHOD_HW_FRAMES_CTX | AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX,
                        AV_HWDEVICE_TYPE_D3D11VA};
     EXPECT_EQ(Initial(decoder), 0);
     EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
 }
 
-// --- decoding -----------------------------------------------------------------------
-
-TEST_F(Decoder, DecodeFailuresLeaveTheOutputRecordsAlone)
-{
+TEST_F(Decoder, DecodeFailuresLeaveTheOutputRecordsAlone) {
     const struct {
         void (*script)(FfDoubleScript*);
         int result, getFormat;
@@ -353,8 +331,7 @@ TEST_F(Decoder, DecodeFailuresLeaveTheOutputRecordsAlone)
     }
 }
 
-TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
-{
+TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize) {
     void* decoder = Ready();
     S->frameWidth = 1280;
     S->frameHeight = 720;
@@ -402,8 +379,7 @@ TEST_F(Decoder, PictureGoesToDecOutAndTheSurfaceRecordCutToItsSize)
     sdk.QuillonDecoderRelease(decoder);
 }
 
-TEST_F(Decoder, ReleaseKeepsTheHandleForANewInitial)
-{
+TEST_F(Decoder, ReleaseKeepsTheHandleForANewInitial) {
     void* decoder = Ready();
     EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);
     EXPECT_EQ(sdk.QuillonDecoderRelease(decoder), 0);

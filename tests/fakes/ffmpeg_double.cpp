@@ -1,8 +1,6 @@
-// The FFmpeg test double: the entry points the decoder uses, with the real
-// FFmpeg 7 prototypes, behaving as the script in ffmpeg_double.h says. Its
-// device contexts carry a small ID3D11VideoDevice that answers the
-// capability check; device contexts release the ID3D11Device they hold when
-// the last reference goes, as FFmpeg's do.
+// The FFmpeg test double: the entry points the decoder uses, with FFmpeg 7's prototypes, behaving as the
+// script in ffmpeg_double.h says. Device contexts carry a small ID3D11VideoDevice for the capability check
+// and release their ID3D11Device with the last reference, as FFmpeg's do.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,11 +20,15 @@ int64_t g_lastDts = 0;
 
 const GUID kH264 = {0x1b81be68, 0xa0c7, 0x11d3, {0xb9, 0x84, 0x00, 0xc0, 0x4f, 0x2e, 0x73, 0xc5}};
 
-AVCodec g_h264 = [] { AVCodec c{}; c.name = "h264"; c.id = AV_CODEC_ID_H264; return c; }();
-AVCodec g_hevc = [] { AVCodec c{}; c.name = "hevc"; c.id = AV_CODEC_ID_HEVC; return c; }();
+AVCodec Codec(const char* name, AVCodecID id) {
+    AVCodec c{};
+    c.name = name;
+    c.id = id;
+    return c;
+}
+AVCodec g_h264 = Codec("h264", AV_CODEC_ID_H264), g_hevc = Codec("hevc", AV_CODEC_ID_HEVC);
 
-int Next(const int* results, int& index)
-{
+int Next(const int* results, int& index) {
     const int i = index++;
     return i < FF_DOUBLE_MAX ? results[i] : 0;
 }
@@ -39,30 +41,29 @@ int& Count(FfDoubleCall call) { return g_script.calls[call]; }
 
 class VideoDevice : public ID3D11VideoDevice {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override { *out = nullptr; return E_NOINTERFACE; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     UINT STDMETHODCALLTYPE GetVideoDecoderProfileCount() override { return 1; }
-    HRESULT STDMETHODCALLTYPE GetVideoDecoderProfile(UINT index, GUID* profile) override
-    {
+    HRESULT STDMETHODCALLTYPE GetVideoDecoderProfile(UINT index, GUID* profile) override {
         if (index > 0) return E_INVALIDARG;
         *profile = kH264;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE CheckVideoDecoderFormat(const GUID*, DXGI_FORMAT format, WINBOOL* supported) override
-    {
+    HRESULT STDMETHODCALLTYPE CheckVideoDecoderFormat(const GUID*, DXGI_FORMAT format, WINBOOL* supported) override {
         *supported = format == DXGI_FORMAT_NV12;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetVideoDecoderConfigCount(const D3D11_VIDEO_DECODER_DESC* desc, UINT* count) override
-    {
+    HRESULT STDMETHODCALLTYPE GetVideoDecoderConfigCount(const D3D11_VIDEO_DECODER_DESC* desc, UINT* count) override {
         g_script.desc = *desc;
         *count = g_script.configCount;
         return static_cast<HRESULT>(g_script.configCountHr);
     }
     HRESULT STDMETHODCALLTYPE GetVideoDecoderConfig(const D3D11_VIDEO_DECODER_DESC*, UINT index,
-                                                    D3D11_VIDEO_DECODER_CONFIG* config) override
-    {
+                                                    D3D11_VIDEO_DECODER_CONFIG* config) override {
         memset(config, 0, sizeof(*config));
         config->ConfigBitstreamRaw = index + 1;
         return S_OK;
@@ -87,8 +88,7 @@ public:
 };
 VideoDevice g_videoDevice;
 
-// A reference-counted payload behind AVBufferRef.data: a device or frames
-// context with its D3D11VA part.
+// The reference-counted payload behind AVBufferRef.data: a device or frames context with its D3D11VA part.
 struct Payload {
     int refs;
     bool device;
@@ -98,8 +98,7 @@ struct Payload {
     AVD3D11VAFramesContext d3dFrames;
 };
 
-AVBufferRef* NewRef(Payload* payload)
-{
+AVBufferRef* NewRef(Payload* payload) {
     AVBufferRef* ref = static_cast<AVBufferRef*>(calloc(1, sizeof(AVBufferRef)));
     ref->buffer = reinterpret_cast<AVBuffer*>(payload);
     ref->data = payload->device ? reinterpret_cast<uint8_t*>(&payload->deviceCtx)
@@ -112,8 +111,7 @@ AVBufferRef* NewRef(Payload* payload)
 
 Payload* PayloadOf(const AVBufferRef* ref) { return reinterpret_cast<Payload*>(ref->buffer); }
 
-AVBufferRef* NewDevice()
-{
+AVBufferRef* NewDevice() {
     Payload* p = static_cast<Payload*>(calloc(1, sizeof(Payload)));
     p->device = true;
     p->deviceCtx.type = AV_HWDEVICE_TYPE_D3D11VA;
@@ -121,8 +119,7 @@ AVBufferRef* NewDevice()
     return NewRef(p);
 }
 
-void Reset()
-{
+void Reset() {
     memset(&g_script, 0, sizeof(g_script));
     g_deviceInitCall = g_sendCall = g_receiveCall = 0;
     g_script.hwConfigCount = 1;
@@ -137,24 +134,22 @@ void Reset()
     g_script.frameSlice = 0xAABBCCDD00000007ull;
 }
 
-struct Init { Init() { Reset(); } } g_init;
+struct Init {
+    Init() { Reset(); }
+} g_init;
 
 }  // namespace
 
 EXPORT FfDoubleScript* FfDouble_Script() { return &g_script; }
 EXPORT void FfDouble_Reset() { Reset(); }
 
-// --- codec ----------------------------------------------------------------------
-
-EXPORT const AVCodec* avcodec_find_decoder(enum AVCodecID id)
-{
+EXPORT const AVCodec* avcodec_find_decoder(enum AVCodecID id) {
     ++Count(FF_CALL_FIND_DECODER);
     if (g_script.findDecoderFails) return nullptr;
     return id == AV_CODEC_ID_H264 ? &g_h264 : id == AV_CODEC_ID_HEVC ? &g_hevc : nullptr;
 }
 
-EXPORT AVCodecContext* avcodec_alloc_context3(const AVCodec* codec)
-{
+EXPORT AVCodecContext* avcodec_alloc_context3(const AVCodec* codec) {
     ++Count(FF_CALL_ALLOC_CONTEXT);
     if (g_script.allocContextFails) return nullptr;
     AVCodecContext* ctx = static_cast<AVCodecContext*>(calloc(1, sizeof(AVCodecContext)));
@@ -164,29 +159,22 @@ EXPORT AVCodecContext* avcodec_alloc_context3(const AVCodec* codec)
     return ctx;
 }
 
-EXPORT const AVCodecHWConfig* avcodec_get_hw_config(const AVCodec*, int index)
-{
+EXPORT const AVCodecHWConfig* avcodec_get_hw_config(const AVCodec*, int index) {
     ++Count(FF_CALL_GET_HW_CONFIG);
     return index >= 0 && index < g_script.hwConfigCount ? &g_script.hwConfigs[index] : nullptr;
 }
 
-EXPORT int avcodec_open2(AVCodecContext* ctx, const AVCodec* codec, AVDictionary** options)
-{
+EXPORT int avcodec_open2(AVCodecContext* ctx, const AVCodec* codec, AVDictionary** options) {
     g_script.opened = *ctx;
     g_script.openCodecId = codec ? codec->id : -1;
     return g_script.openResult;
 }
 
-EXPORT int avcodec_close(AVCodecContext*)
-{
-    ++Count(FF_CALL_CLOSE);
-    return 0;
-}
+EXPORT int avcodec_close(AVCodecContext*) { return ++Count(FF_CALL_CLOSE), 0; }
 
 EXPORT void av_buffer_unref(AVBufferRef** ref);
 
-EXPORT void avcodec_free_context(AVCodecContext** ctx)
-{
+EXPORT void avcodec_free_context(AVCodecContext** ctx) {
     ++Count(FF_CALL_FREE_CONTEXT);
     if (!ctx || !*ctx) return;
     av_buffer_unref(&(*ctx)->hw_device_ctx);
@@ -195,19 +183,18 @@ EXPORT void avcodec_free_context(AVCodecContext** ctx)
     *ctx = nullptr;
 }
 
-EXPORT int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* pkt)
-{
+EXPORT int avcodec_send_packet(AVCodecContext* ctx, const AVPacket* pkt) {
     ++Count(FF_CALL_SEND);
     g_script.packet = *pkt;
     // A real decoder negotiates the hardware format at the first parameter sets.
-    if (!ctx->hw_frames_ctx && ctx->get_format) g_script.getFormatResult = ctx->get_format(ctx, g_script.offeredFormats);
+    if (!ctx->hw_frames_ctx && ctx->get_format)
+        g_script.getFormatResult = ctx->get_format(ctx, g_script.offeredFormats);
     const int result = Next(g_script.sendResults, g_sendCall);
     if (result >= 0) g_lastDts = pkt->dts;
     return result;
 }
 
-EXPORT int avcodec_receive_frame(AVCodecContext*, AVFrame* frame)
-{
+EXPORT int avcodec_receive_frame(AVCodecContext*, AVFrame* frame) {
     const int result = Next(g_script.receiveResults, g_receiveCall);
     if (result < 0) return result;
     frame->width = g_script.frameWidth;
@@ -218,40 +205,32 @@ EXPORT int avcodec_receive_frame(AVCodecContext*, AVFrame* frame)
     return result;
 }
 
-EXPORT void av_init_packet(AVPacket* pkt)
-{
+EXPORT void av_init_packet(AVPacket* pkt) {
     ++Count(FF_CALL_INIT_PACKET);
     pkt->pts = pkt->dts = AV_NOPTS_VALUE;
     pkt->pos = -1;
 }
 
-EXPORT void av_packet_unref(AVPacket* pkt)
-{
+EXPORT void av_packet_unref(AVPacket* pkt) {
     ++Count(FF_CALL_PACKET_UNREF);
     memset(pkt, 0, sizeof(*pkt));
 }
 
-// --- util -----------------------------------------------------------------------
-
-EXPORT int av_strerror(int errnum, char* buf, size_t size)
-{
+EXPORT int av_strerror(int errnum, char* buf, size_t size) {
     snprintf(buf, size, "double error %d", errnum);
     return 0;
 }
 
-EXPORT const char* av_hwdevice_get_type_name(enum AVHWDeviceType type)
-{
+EXPORT const char* av_hwdevice_get_type_name(enum AVHWDeviceType type) {
     return type == AV_HWDEVICE_TYPE_D3D11VA ? "d3d11va" : "other";
 }
 
-EXPORT AVBufferRef* av_hwdevice_ctx_alloc(enum AVHWDeviceType type)
-{
+EXPORT AVBufferRef* av_hwdevice_ctx_alloc(enum AVHWDeviceType type) {
     ++Count(FF_CALL_DEVICE_ALLOC);
     return g_script.deviceAllocFails ? nullptr : NewDevice();
 }
 
-EXPORT int av_hwdevice_ctx_init(AVBufferRef* ref)
-{
+EXPORT int av_hwdevice_ctx_init(AVBufferRef* ref) {
     ++Count(FF_CALL_DEVICE_INIT);
     const int i = g_deviceInitCall;
     if (i < FF_DOUBLE_MAX) {
@@ -264,9 +243,8 @@ EXPORT int av_hwdevice_ctx_init(AVBufferRef* ref)
     return result;
 }
 
-EXPORT int av_hwdevice_ctx_create(AVBufferRef** out, enum AVHWDeviceType type, const char* device,
-                                  AVDictionary* opts, int flags)
-{
+EXPORT int av_hwdevice_ctx_create(AVBufferRef** out, enum AVHWDeviceType type, const char* device, AVDictionary* opts,
+                                  int flags) {
     ++Count(FF_CALL_DEVICE_CREATE);
     g_script.createType = type;
     g_script.createName = device;
@@ -281,8 +259,7 @@ EXPORT int av_hwdevice_ctx_create(AVBufferRef** out, enum AVHWDeviceType type, c
     return 0;
 }
 
-EXPORT AVBufferRef* av_hwframe_ctx_alloc(AVBufferRef* device)
-{
+EXPORT AVBufferRef* av_hwframe_ctx_alloc(AVBufferRef* device) {
     if (g_script.framesAllocFails || !device) return nullptr;
     Payload* p = static_cast<Payload*>(calloc(1, sizeof(Payload)));
     p->framesCtx.hwctx = &p->d3dFrames;
@@ -291,20 +268,15 @@ EXPORT AVBufferRef* av_hwframe_ctx_alloc(AVBufferRef* device)
     return NewRef(p);
 }
 
-EXPORT int av_hwframe_ctx_init(AVBufferRef* ref)
-{
+EXPORT int av_hwframe_ctx_init(AVBufferRef* ref) {
     g_script.frames = *reinterpret_cast<const AVHWFramesContext*>(ref->data);
     g_script.framesD3d = *static_cast<const AVD3D11VAFramesContext*>(g_script.frames.hwctx);
     return g_script.framesInitResult;
 }
 
-EXPORT AVBufferRef* av_buffer_ref(const AVBufferRef* ref)
-{
-    return ref ? NewRef(PayloadOf(ref)) : nullptr;
-}
+EXPORT AVBufferRef* av_buffer_ref(const AVBufferRef* ref) { return ref ? NewRef(PayloadOf(ref)) : nullptr; }
 
-EXPORT void av_buffer_unref(AVBufferRef** ref)
-{
+EXPORT void av_buffer_unref(AVBufferRef** ref) {
     if (!ref || !*ref) return;
     Payload* p = PayloadOf(*ref);
     free(*ref);
@@ -316,13 +288,11 @@ EXPORT void av_buffer_unref(AVBufferRef** ref)
     }
 }
 
-EXPORT AVFrame* av_frame_alloc()
-{
+EXPORT AVFrame* av_frame_alloc() {
     return g_script.frameAllocFails ? nullptr : static_cast<AVFrame*>(calloc(1, sizeof(AVFrame)));
 }
 
-EXPORT void av_frame_free(AVFrame** frame)
-{
+EXPORT void av_frame_free(AVFrame** frame) {
     ++Count(FF_CALL_FRAME_FREE);
     if (frame) {
         free(*frame);

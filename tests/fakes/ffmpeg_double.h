@@ -1,7 +1,6 @@
 #pragma once
-// Script of the FFmpeg test double (built as FfmpegDouble.dll, staged as
-// "ffmpeg-7.dll"). The test fetches the script with FfDouble_Script(), sets
-// what the next calls return and reads back what the decoder handed over.
+// Script of the FFmpeg test double (FfmpegDouble.dll, staged as "ffmpeg-7.dll"): the test sets what the
+// next calls return and reads back what the decoder handed over.
 #include <d3d11.h>
 
 extern "C" {
@@ -19,8 +18,7 @@ struct FfDoubleScript {
     int deviceInitResults[FF_DOUBLE_MAX];  // per av_hwdevice_ctx_init call, 0 after the list
     int openResult, framesInitResult;
     AVPixelFormat offeredFormats[FF_DOUBLE_MAX];  // handed to get_format at the first packet, ends with NONE
-    // The video device of every device context (the "driver"): it lists the
-    // H.264 profile only, with NV12, and answers the configuration count so.
+    // The video device of every device context lists the H.264 profile only, with NV12.
     int videoDeviceMissing, configCount;
     long configCountHr;
 
@@ -32,9 +30,9 @@ struct FfDoubleScript {
     uint64_t frameSlice;  // becomes data[1]
 
     // --- what the double saw ---------------------------------------------
-    int calls[32];             // counters by FfDoubleCall
-    AVCodecContext opened;     // the codec context at avcodec_open2
-    int openCodecId;           // the codec handed to avcodec_open2
+    int calls[32];                        // counters by FfDoubleCall
+    AVCodecContext opened;                // the codec context at avcodec_open2
+    int openCodecId;                      // the codec handed to avcodec_open2
     void* deviceInitData[FF_DOUBLE_MAX];  // ->data of each av_hwdevice_ctx_init argument
     void* deviceInitRef[FF_DOUBLE_MAX];   // the AVBufferRef of each call
     void* deviceInDevice;                 // AVD3D11VADeviceContext.device at the first init
@@ -44,19 +42,27 @@ struct FfDoubleScript {
     int getFormatResult;
     AVHWFramesContext frames;  // the frames context at av_hwframe_ctx_init
     AVD3D11VAFramesContext framesD3d;
-    AVPacket packet;  // the last packet sent (data points into the caller's buffer)
-    int liveBuffers;  // AVBufferRefs not yet unreferenced
+    AVPacket packet;                // the last packet sent (data points into the caller's buffer)
+    int liveBuffers;                // AVBufferRefs not yet unreferenced
     D3D11_VIDEO_DECODER_DESC desc;  // at GetVideoDecoderConfigCount
 };
 
 enum FfDoubleCall {
-    FF_CALL_FIND_DECODER, FF_CALL_ALLOC_CONTEXT, FF_CALL_GET_HW_CONFIG, FF_CALL_DEVICE_ALLOC, FF_CALL_DEVICE_CREATE,
-    FF_CALL_DEVICE_INIT, FF_CALL_FRAME_FREE, FF_CALL_INIT_PACKET, FF_CALL_PACKET_UNREF, FF_CALL_SEND, FF_CALL_CLOSE,
+    FF_CALL_FIND_DECODER,
+    FF_CALL_ALLOC_CONTEXT,
+    FF_CALL_GET_HW_CONFIG,
+    FF_CALL_DEVICE_ALLOC,
+    FF_CALL_DEVICE_CREATE,
+    FF_CALL_DEVICE_INIT,
+    FF_CALL_FRAME_FREE,
+    FF_CALL_INIT_PACKET,
+    FF_CALL_PACKET_UNREF,
+    FF_CALL_SEND,
+    FF_CALL_CLOSE,
     FF_CALL_FREE_CONTEXT,
 };
 
-// Exported by the double: its script, and a reset to the defaults (H.264 and
-// HEVC decoders, one D3D11VA device-context config, every call succeeding,
-// NV12 supported with two decoder configurations, 1920x1080 pictures).
+// Exported: the script, and a reset to the defaults (H.264 and HEVC decoders, one D3D11VA device-context
+// config, every call succeeding, two decoder configurations, 1920x1080 pictures).
 typedef FfDoubleScript* (*FfDoubleScriptFn)();
 typedef void (*FfDoubleResetFn)();

@@ -27,8 +27,7 @@ const Calls kFirstStartRecord = testkit::ErrorRecord("interface/QuillonSDKInterf
 
 }  // namespace
 
-TEST(Startup, WithoutVelmorFailsButCounts)
-{
+TEST(Startup, WithoutVelmorFailsButCounts) {
     OwnSdk staged("startup_no_velmor", "ffmpeg-7.dll", "");
     ASSERT_TRUE(staged.bound) << staged.error;
     QuillonSdkApi& sdk = staged.api;
@@ -47,8 +46,7 @@ TEST(Startup, WithoutVelmorFailsButCounts)
     EXPECT_EQ(err.Take(), "");
 }
 
-TEST(Startup, WithoutFfmpegSucceedsCountsAndDecoderSetUpFailsLater)
-{
+TEST(Startup, WithoutFfmpegSucceedsCountsAndDecoderSetUpFailsLater) {
     OwnSdk staged("startup_no_ffmpeg", "", testkit::kRecordingVelmor);
     ASSERT_TRUE(staged.bound) << staged.error;
     QuillonSdkApi& sdk = staged.api;
@@ -59,8 +57,8 @@ TEST(Startup, WithoutFfmpegSucceedsCountsAndDecoderSetUpFailsLater)
     EXPECT_EQ(sdk.QuillonStartup(), 0);
     Calls calls = TakeVelmorCalls();
     ASSERT_EQ(calls.size(), 10u);
-    EXPECT_EQ(calls[3].rfind("sdk_log_buf_msg(file: CommonCode/Ffmpeg/ffmpeg_api.cpp, func:ff_load_ffmpeg_as_one, line: ", 0), 0u)
-        << calls[3];
+    const std::string position = "sdk_log_buf_msg(file: CommonCode/Ffmpeg/ffmpeg_api.cpp, func:ff_load_ffmpeg_as_one";
+    EXPECT_EQ(calls[3].rfind(position + ", line: ", 0), 0u) << calls[3];
     EXPECT_EQ(calls[4], "sdk_err_buf_msg_unlock(load ffmpeg lib ffmpeg-7.dll fail!)");
     EXPECT_EQ(Calls(calls.begin() + 5, calls.end()), kFirstStartRecord);
 

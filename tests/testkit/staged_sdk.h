@@ -1,7 +1,6 @@
 #pragma once
-// QuillonSDK.dll staged in a directory of its own with the modules it loads
-// (real ones or the test doubles under tests/fakes/) beside it, and bound by
-// name as a host binds it, through the player's QuillonSdkApi.
+// QuillonSDK.dll staged with the modules it loads (real ones or the doubles
+// of tests/fakes/) beside it, bound by name through the player's QuillonSdkApi.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,14 +19,11 @@ inline const char* const kRecordingVelmor = "VelmorRecording.dll";  // records c
 inline const char* const kFfmpegDouble = "FfmpegDouble.dll";        // scripted, see fakes/ffmpeg_double.h
 
 struct StagedSdk {
-    // `ffmpeg` is the bin file staged as "ffmpeg-7.dll" and `velmor` the one
-    // staged as "Velmor.dll" (none when empty). The real Velmor.dll logs into
-    // `<stage>\Velmor.log`; the recording one is loaded first, so that
-    // SetVelmorLevels reaches it before QuillonStartup.
+    // Bin files staged as "ffmpeg-7.dll" and "Velmor.dll" (none when empty). The real Velmor.dll logs
+    // into LogPath(); the recording one is loaded first, so that SetVelmorLevels reaches it in time.
     explicit StagedSdk(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll",
                        const std::string& velmor = "Velmor.dll")
-        : dir(name)
-    {
+        : dir(name) {
         dir.Add("QuillonSDK.dll");
         if (!velmor.empty()) dir.Add(velmor, "Velmor.dll");
         if (!ffmpeg.empty()) dir.Add(ffmpeg, "ffmpeg-7.dll");
@@ -35,11 +31,9 @@ struct StagedSdk {
         Load();
     }
     std::string LogPath() const { return dir.Path() + "Velmor.log"; }
-    // Loads and binds the staged library; Unload undoes it (the start-up
-    // counter and the library's bindings go with it).
+    // Loads and binds the staged library; Unload drops it with its start-up counter and bindings.
     void Load() { bound = api.Bind(module = dir.Load("QuillonSDK.dll"), error); }
-    void Unload()
-    {
+    void Unload() {
         if (module) FreeLibrary(module);
         module = nullptr;
     }
@@ -51,19 +45,15 @@ struct StagedSdk {
     std::string error;
 };
 
-// Base of the suites that read the recording Velmor.dll. Every test starts
-// with the levels (200, 0) and nothing recorded.
+// Base of the suites that read the recording Velmor.dll: each test starts with levels (200, 0), nothing recorded.
 class RecordingTest : public ::testing::Test {
 public:
-    // The SDK of Start, bound by name.
-    inline static QuillonSdkApi sdk;
+    inline static QuillonSdkApi sdk;  // the SDK of Start
 
 protected:
-    // QuillonSDK.dll staged under `name` beside the recording Velmor.dll and
-    // `ffmpeg` (see StagedSdk), loaded and bound; once per process (one
-    // library, one start-up counter): later calls return that stage.
-    static StagedSdk& Stage(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll")
-    {
+    // A StagedSdk beside the recording Velmor.dll, made once per process (one library, one start-up
+    // counter): later calls return it.
+    static StagedSdk& Stage(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll") {
         static const std::string first = name + "|" + ffmpeg;
         static StagedSdk* staged = new StagedSdk(name, ffmpeg, kRecordingVelmor);
         EXPECT_EQ(name + "|" + ffmpeg, first) << "one recording stage per process";
@@ -71,8 +61,7 @@ protected:
     }
 
     // Stage, then QuillonStartup once; `sdk` is bound afterwards.
-    static void Start(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll")
-    {
+    static void Start(const std::string& name, const std::string& ffmpeg = "ffmpeg-7.dll") {
         StagedSdk& staged = Stage(name, ffmpeg);
         ASSERT_TRUE(staged.bound) << staged.error;
         sdk = staged.api;
@@ -81,8 +70,7 @@ protected:
         ASSERT_EQ(started, 0);
     }
 
-    void SetUp() override
-    {
+    void SetUp() override {
         SetVelmorLevels(200, 0);
         TakeVelmorCalls();
     }
@@ -93,8 +81,7 @@ protected:
 using testkit::StagedSdk;
 
 // A packed I420 picture of one colour (Y, then U and V of a quarter each).
-inline std::vector<uint8_t> SolidI420(int w, int h, uint8_t y, uint8_t u, uint8_t v)
-{
+inline std::vector<uint8_t> SolidI420(int w, int h, uint8_t y, uint8_t u, uint8_t v) {
     std::vector<uint8_t> bytes(static_cast<size_t>(w) * h * 3 / 2, y);
     std::fill(bytes.begin() + static_cast<size_t>(w) * h, bytes.begin() + static_cast<size_t>(w) * h * 5 / 4, u);
     std::fill(bytes.begin() + static_cast<size_t>(w) * h * 5 / 4, bytes.end(), v);
@@ -102,8 +89,7 @@ inline std::vector<uint8_t> SolidI420(int w, int h, uint8_t y, uint8_t u, uint8_
 }
 
 // The record QuillonRenderShowFrame takes for a CPU picture.
-inline ShowFrameData CpuFrame(std::vector<uint8_t>& picture, int w, int h)
-{
+inline ShowFrameData CpuFrame(std::vector<uint8_t>& picture, int w, int h) {
     ShowFrameData frame = {};
     frame.data = picture.data();
     frame.width = w;
@@ -112,8 +98,7 @@ inline ShowFrameData CpuFrame(std::vector<uint8_t>& picture, int w, int h)
 }
 
 // QuillonDecoderInitial for H.264 of w x h on the device in `deviceSlot`.
-inline int InitialH264(QuillonSdkApi& sdk, QuillonDecoderHandle decoder, void** deviceSlot, int w, int h)
-{
+inline int InitialH264(QuillonSdkApi& sdk, QuillonDecoderHandle decoder, void** deviceSlot, int w, int h) {
     CreateNeed need = {w, h, QUILLON_VIDEO_H264, {}, deviceSlot};
     CreateNeedExtern ext = {};
     return sdk.QuillonDecoderInitial(decoder, &need, &ext);
@@ -122,15 +107,13 @@ inline int InitialH264(QuillonSdkApi& sdk, QuillonDecoderHandle decoder, void** 
 // One compressed frame (FrameHead, then `payload` bytes of one NAL unit) and
 // the output records QuillonDecoderDecodeOneFrame fills.
 struct DecodeRecords {
-    explicit DecodeRecords(size_t payload) : frame(sizeof(FrameHead) + payload, 0)
-    {
+    explicit DecodeRecords(size_t payload) : frame(sizeof(FrameHead) + payload, 0) {
         reinterpret_cast<FrameHead*>(frame.data())->payloadLength = static_cast<unsigned>(payload);
         if (payload > 3) frame[sizeof(FrameHead) + 3] = 1;  // 00 00 00 01
         out.surfaceRecordSize = sizeof(surface);
         out.surfaceRecord = &surface;
     }
-    int Decode(QuillonSdkApi& sdk, QuillonDecoderHandle decoder)
-    {
+    int Decode(QuillonSdkApi& sdk, QuillonDecoderHandle decoder) {
         return sdk.QuillonDecoderDecodeOneFrame(decoder, frame.data(), static_cast<unsigned>(frame.size()), &out);
     }
     std::vector<uint8_t> frame;

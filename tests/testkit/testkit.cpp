@@ -14,23 +14,20 @@
 
 namespace testkit {
 
-std::string BinDir()
-{
+std::string BinDir() {
     char path[MAX_PATH] = {0};
     GetModuleFileNameA(nullptr, path, MAX_PATH);
     std::string dir(path);
     return dir.substr(0, dir.find_last_of('\\') + 1);
 }
 
-std::string ModulePath(HMODULE module)
-{
+std::string ModulePath(HMODULE module) {
     char path[MAX_PATH] = {0};
     GetModuleFileNameA(module, path, MAX_PATH);
     return path;
 }
 
-static void RemoveTree(const std::string& dir)
-{
+static void RemoveTree(const std::string& dir) {
     WIN32_FIND_DATAA fd;
     HANDLE h = FindFirstFileA((dir + "*").c_str(), &fd);
     if (h != INVALID_HANDLE_VALUE) {
@@ -46,15 +43,13 @@ static void RemoveTree(const std::string& dir)
     RemoveDirectoryA(dir.c_str());
 }
 
-static void MakeDirs(const std::string& dir)
-{
+static void MakeDirs(const std::string& dir) {
     for (size_t i = 3; i < dir.size(); ++i) {
         if (dir[i] == '\\') CreateDirectoryA(dir.substr(0, i).c_str(), nullptr);
     }
 }
 
-StagedDir::StagedDir(const std::string& name)
-{
+StagedDir::StagedDir(const std::string& name) {
     m_path = BinDir() + "..\\stage\\" + name + "\\";
     char full[MAX_PATH];
     GetFullPathNameA(m_path.c_str(), MAX_PATH, full, nullptr);
@@ -63,27 +58,22 @@ StagedDir::StagedDir(const std::string& name)
     MakeDirs(m_path);
 }
 
-StagedDir& StagedDir::Add(const std::string& file, const std::string& as)
-{
+StagedDir& StagedDir::Add(const std::string& file, const std::string& as) {
     const std::string to = m_path + (as.empty() ? file : as);
-    if (!CopyFileA((BinDir() + file).c_str(), to.c_str(), FALSE)) {
+    if (!CopyFileA((BinDir() + file).c_str(), to.c_str(), FALSE))
         fprintf(stdout, "testkit: cannot copy %s to %s\n", file.c_str(), to.c_str());
-    }
     return *this;
 }
 
-StagedDir& StagedDir::Write(const std::string& file, const std::string& contents)
-{
+StagedDir& StagedDir::Write(const std::string& file, const std::string& contents) {
     std::ofstream(m_path + file, std::ios::binary) << contents;
     return *this;
 }
 
 HMODULE StagedDir::Load(const std::string& file) const { return LoadLibraryA((m_path + file).c_str()); }
 
-StderrCapture::StderrCapture()
-{
-    char dir[MAX_PATH];
-    char file[MAX_PATH];
+StderrCapture::StderrCapture() {
+    char dir[MAX_PATH], file[MAX_PATH];
     GetTempPathA(MAX_PATH, dir);
     GetTempFileNameA(dir, "err", 0, file);
     m_file = file;
@@ -94,16 +84,14 @@ StderrCapture::StderrCapture()
     _close(fd);
 }
 
-StderrCapture::~StderrCapture()
-{
+StderrCapture::~StderrCapture() {
     fflush(stderr);
     _dup2(m_saved, 2);
     _close(m_saved);
     DeleteFileA(m_file.c_str());
 }
 
-std::string StderrCapture::Take()
-{
+std::string StderrCapture::Take() {
     fflush(stderr);
     const std::string all = ReadFile(m_file);
     std::string fresh = all.substr(m_read < all.size() ? m_read : all.size());
@@ -112,26 +100,21 @@ std::string StderrCapture::Take()
 }
 
 template <typename Fn>
-static Fn VelmorExport(const char* name)
-{
+static Fn VelmorExport(const char* name) {
     return Export<Fn>(GetModuleHandleA("Velmor.dll"), name);
 }
 
-static Calls ToCalls(const std::string& text)
-{
+static Calls ToCalls(const std::string& text) {
     const std::vector<std::string> lines = SplitLines(text);
     return Calls(lines.begin(), lines.end());
 }
 
-Calls ErrorRecord(const std::string& file, const std::string& func, int line, const std::string& message)
-{
-    return ToCalls("sdk_log_buf_lock\nsdk_log_buf_date\nsdk_log_get_level\nsdk_log_buf_msg(file: " + file +
-                   ", func:" + func + ", line: " + std::to_string(line) + " )\nsdk_err_buf_msg_unlock(" + message +
-                   ")\n");
+Calls ErrorRecord(const std::string& file, const std::string& func, int line, const std::string& message) {
+    return ToCalls("sdk_log_buf_lock\nsdk_log_buf_date\nsdk_log_get_level\nsdk_log_buf_msg(file: " + file + ", func:" +
+                   func + ", line: " + std::to_string(line) + " )\nsdk_err_buf_msg_unlock(" + message + ")\n");
 }
 
-Calls TakeVelmorCalls()
-{
+Calls TakeVelmorCalls() {
     auto take = VelmorExport<int (*)(char*, int)>("VelmorTest_TakeCalls");
     if (!take) return {"<no recording Velmor.dll loaded>"};
     std::string text(take(nullptr, 0) + 1, '\0');
@@ -139,35 +122,30 @@ Calls TakeVelmorCalls()
     return ToCalls(text.c_str());
 }
 
-void SetVelmorLevels(int first, int second)
-{
+void SetVelmorLevels(int first, int second) {
     auto set = VelmorExport<void (*)(int, int)>("VelmorTest_SetLevels");
     if (set) set(first, second);
 }
 
-std::string ReadFile(const std::string& path)
-{
+std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::vector<std::string> SplitLines(const std::string& text)
-{
+std::vector<std::string> SplitLines(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
 }
 
-size_t Count(const std::string& text, const std::string& what)
-{
+size_t Count(const std::string& text, const std::string& what) {
     size_t n = 0;
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
     return n;
 }
 
-HWND CreateTestWindow(int x, int y, int w, int h, const char* title)
-{
+HWND CreateTestWindow(int x, int y, int w, int h, const char* title) {
     static const ATOM cls = [] {
         WNDCLASSA wc = {};
         wc.lpfnWndProc = DefWindowProcA;
@@ -186,8 +164,7 @@ HWND CreateTestWindow(int x, int y, int w, int h, const char* title)
     return hwnd;
 }
 
-COLORREF ClientPixel(HWND window, int x, int y)
-{
+COLORREF ClientPixel(HWND window, int x, int y) {
     PumpMessages();
     POINT p = {x, y};
     ClientToScreen(window, &p);
@@ -204,8 +181,7 @@ COLORREF ClientPixel(HWND window, int x, int y)
     return c;
 }
 
-COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(COLORREF)>& accept, int timeoutMs)
-{
+COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(COLORREF)>& accept, int timeoutMs) {
     const DWORD start = GetTickCount();
     COLORREF c = ClientPixel(window, x, y);
     while (!accept(c) && GetTickCount() - start < static_cast<DWORD>(timeoutMs)) {
@@ -215,20 +191,17 @@ COLORREF WaitForClientPixel(HWND window, int x, int y, const std::function<bool(
     return c;
 }
 
-bool Near(COLORREF c, int r, int g, int b, int tolerance)
-{
+bool Near(COLORREF c, int r, int g, int b, int tolerance) {
     return abs(GetRValue(c) - r) <= tolerance && abs(GetGValue(c) - g) <= tolerance &&
            abs(GetBValue(c) - b) <= tolerance;
 }
 
-size_t PrivateBytes()
-{
+size_t PrivateBytes() {
     PROCESS_MEMORY_COUNTERS_EX counters = {};
     counters.cb = sizeof(counters);
     GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof(counters));
     if (counters.PrivateUsage) return counters.PrivateUsage;
-    // Some systems (Wine) leave PrivateUsage zero: add up the committed
-    // private regions of the address space instead.
+    // Wine leaves PrivateUsage zero: add up the committed private regions instead.
     size_t total = 0;
     MEMORY_BASIC_INFORMATION info;
     for (const char* at = nullptr; VirtualQuery(at, &info, sizeof(info)) == sizeof(info);
@@ -238,11 +211,9 @@ size_t PrivateBytes()
     return total;
 }
 
-ProcessRun RunProcess(const std::string& directory, const std::string& commandLine, DWORD timeoutMs)
-{
+ProcessRun RunProcess(const std::string& directory, const std::string& commandLine, DWORD timeoutMs) {
     ProcessRun run;
-    // A file of its own per run: under CTest (no console) Wine keeps an
-    // ended child's output handle open for a while, locking the file.
+    // A file per run: under CTest Wine keeps an ended child's output handle open for a while.
     static int runs = 0;
     const std::string outPath = directory + "run" + std::to_string(++runs) + ".out";
     SECURITY_ATTRIBUTES sa = {sizeof(sa), nullptr, TRUE};
@@ -271,8 +242,7 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
     return run;
 }
 
-std::vector<COLORREF> CaptureClient(HWND window, int w, int h)
-{
+std::vector<COLORREF> CaptureClient(HWND window, int w, int h) {
     PumpMessages();
     RgbImage image;  // the player's screen capture
     std::vector<COLORREF> pixels(static_cast<size_t>(w) * h, 0);

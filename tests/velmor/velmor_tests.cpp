@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <thread>
 #include <vector>
 
 #include "core/core_api.h"
@@ -12,8 +11,7 @@ namespace {
 
 class VelmorFile : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
+    static void SetUpTestSuite() {
         static testkit::StagedDir dir("velmor_file");
         dir.Add("QuillonSDK.dll").Add("Velmor.dll");
         dir.Write("Velmor.ini", "[log]\r\nlevel=200\r\ndebug_level=0\r\nfile=records.log\r\n");
@@ -22,8 +20,7 @@ protected:
         ASSERT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
     }
     // Lines written since the previous call.
-    static std::vector<std::string> NewLines()
-    {
+    static std::vector<std::string> NewLines() {
         const std::string all = testkit::ReadFile(s_log);
         std::string fresh = all.substr(s_read);
         s_read = all.size();
@@ -37,16 +34,14 @@ const std::string kDate = R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] )";
 
 }  // namespace
 
-TEST_F(VelmorFile, LevelsComeFromTheIniFile)
-{
+TEST_F(VelmorFile, LevelsComeFromTheIniFile) {
     int first = -7, second = -7;
     core_log_get_level(&first, &second);
     EXPECT_EQ(first, 200);
     EXPECT_EQ(second, 0);
 }
 
-TEST_F(VelmorFile, RecordsAreDatedAndPercentSignsArriveLiterally)
-{
+TEST_F(VelmorFile, RecordsAreDatedAndPercentSignsArriveLiterally) {
     NewLines();
     core_log_msg("%s", "keep 100%d %s as written");
     core_log_debug("dropped: debug is off");
@@ -65,41 +60,4 @@ TEST_F(VelmorFile, RecordsAreDatedAndPercentSignsArriveLiterally)
     const auto debug = NewLines();
     ASSERT_EQ(debug.size(), 1u);
     EXPECT_TRUE(std::regex_match(debug[0], std::regex(kDate + R"(\[debug\] debug 300)"))) << debug[0];
-}
-
-TEST_F(VelmorFile, RecordsFromEightThreadsStayWhole)
-{
-    NewLines();
-    const int kThreads = 8;
-    const int kRecords = 300;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
-            const std::string func = "Thread" + std::to_string(t);
-            for (int i = 0; i < kRecords; ++i) {
-                QUILLON_LOG_ERROR(func.c_str(), i, "record %d of thread %d %s", i, t, std::string(i % 50, '#').c_str());
-                if (i % 10 == 0) core_log_msg("message %d of thread %d", i, t);
-            }
-        });
-    }
-    for (auto& th : threads) th.join();
-
-    const auto lines = NewLines();
-    ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * (kRecords + kRecords / 10)));
-    const std::regex record(kDate + R"(file: tests/velmor/velmor_tests\.cpp, func:Thread(\d), line: (\d+) record (\d+) of thread (\d) (#*))");
-    const std::regex message(kDate + R"(message (\d+) of thread (\d))");
-    std::vector<int> next(kThreads, 0);
-    for (const std::string& line : lines) {
-        std::smatch m;
-        if (std::regex_match(line, m, message)) continue;
-        ASSERT_TRUE(std::regex_match(line, m, record)) << line;
-        const int t = std::stoi(m[1]);
-        const int i = std::stoi(m[2]);
-        EXPECT_EQ(std::stoi(m[3]), i);
-        EXPECT_EQ(std::stoi(m[4]), t);
-        EXPECT_EQ(m[5].length(), i % 50);
-        EXPECT_EQ(i, next[t]) << "records of one thread out of order";
-        next[t] = i + 1;
-    }
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next[t], kRecords);
 }

@@ -11,16 +11,14 @@
 
 static int failures = 0;
 
-static void expect(const char* what, long long got, long long want)
-{
+static void expect(const char* what, long long got, long long want) {
     std::printf("%-40s %lld%s\n", what, got, got == want ? "" : " (unexpected)");
     if (got != want) ++failures;
 }
 
 static void QUILLON_CALL OnDraw(ShowFrameData*, void*) {}
 
-int main()
-{
+int main() {
     expect("QuillonStartup", QuillonStartup(), QUILLON_OK);
     expect("QuillonStartup again", QuillonStartup(), QUILLON_OK);
 
