@@ -163,54 +163,6 @@ bool WriteImage(const std::string& path, const RgbImage& image)
     return fclose(f) == 0 && ok;
 }
 
-namespace {
-
-uint32_t Get32(const std::string& s, size_t at, bool bigEndian)
-{
-    uint32_t v = 0;
-    for (int i = 0; i < 4; ++i) v |= uint32_t(static_cast<unsigned char>(s[at + i])) << 8 * (bigEndian ? 3 - i : i);
-    return v;
-}
-
-}  // namespace
-
-bool ReadImage(const std::string& path, RgbImage& image)
-{
-    std::string s;
-    if (FILE* f = fopen(path.c_str(), "rb")) {
-        char buf[65536];
-        for (size_t n; (n = fread(buf, 1, sizeof(buf), f)) > 0;) s.append(buf, n);
-        fclose(f);
-    }
-    image.rgb.clear();
-    if (s.size() >= 54 && s.compare(0, 2, "BM") == 0 && Get32(s, 28, false) % 65536 == 24) {
-        image.width = static_cast<int>(Get32(s, 18, false));
-        image.height = static_cast<int>(Get32(s, 22, false));
-        const size_t row = (size_t(image.width) * 3 + 3) & ~size_t(3), pixels = Get32(s, 10, false);
-        if (s.size() < pixels + row * image.height) return false;
-        for (int y = image.height - 1; y >= 0; --y)  // bottom-up rows of B, G, R
-            for (int x = 0; x < image.width * 3; ++x) image.rgb.push_back(s[pixels + row * y + x / 3 * 3 + 2 - x % 3]);
-        return true;
-    }
-    if (s.size() < 33 || s.compare(0, 8, "\x89PNG\r\n\x1a\n") != 0 || s.compare(12, 4, "IHDR") != 0) return false;
-    image.width = static_cast<int>(Get32(s, 16, true));
-    image.height = static_cast<int>(Get32(s, 20, true));
-    std::string z, raw;
-    for (size_t at = 8; at + 12 <= s.size(); at += 12 + Get32(s, at, true))
-        if (s.compare(at + 4, 4, "IDAT") == 0) z += s.substr(at + 8, Get32(s, at, true));
-    for (size_t at = 2; at + 5 <= z.size();) {  // after the zlib header: final bit, LEN, NLEN, bytes
-        const size_t n = static_cast<unsigned char>(z[at + 1]) | static_cast<unsigned char>(z[at + 2]) << 8;
-        raw += z.substr(at + 5, n);
-        if (z[at] & 1) break;
-        at += 5 + n;
-    }
-    const size_t stride = size_t(image.width) * 3 + 1;  // a filter byte, then R G B
-    if (raw.size() != stride * image.height) return false;
-    for (int y = 0; y < image.height; ++y)
-        image.rgb.insert(image.rgb.end(), &raw[y * stride + 1], &raw[(y + 1) * stride]);
-    return true;
-}
-
 bool SaveScreenshot(HWND window, const std::string& path, const char* program)
 {
     RgbImage image;

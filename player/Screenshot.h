@@ -20,10 +20,6 @@ bool CaptureClient(HWND window, RgbImage& image);
 // otherwise a 24-bit BMP.
 bool WriteImage(const std::string& path, const RgbImage& image);
 
-// Reads back what WriteImage writes: a 24-bit BMP, or a PNG of 8-bit RGB in
-// stored (uncompressed) deflate blocks. False for anything else.
-bool ReadImage(const std::string& path, RgbImage& image);
-
 // Captures `window` into `path` and says so on stdout ("<program>: screenshot
 // ..."), or on stderr that it cannot.
 bool SaveScreenshot(HWND window, const std::string& path, const char* program);

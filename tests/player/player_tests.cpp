@@ -15,6 +15,7 @@ namespace {
 
 using Microsoft::WRL::ComPtr;
 using testkit::Count;
+using testkit::ReadImage;
 
 const unsigned char* At(const RgbImage& image, int x, int y) { return &image.rgb[(size_t(y) * image.width + x) * 3]; }
 

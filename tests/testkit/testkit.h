@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "player/HostCalls.h"   // PumpMessages, SdkCallLock
+#include "player/Screenshot.h"  // RgbImage
 #include "testkit/nv12.h"       // decoder-pool pictures, QUILLON_REQUIRE_NV12_SAMPLING
 #include "testkit/recording.h"  // Calls, ErrorRecord, TakeVelmorCalls
 
@@ -88,5 +89,9 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
 
 // The client area (w x h from its top-left corner) read from the screen in one go, row by row.
 std::vector<COLORREF> CaptureClient(HWND window, int w, int h);
+
+// Reads back what the player's WriteImage writes: a 24-bit BMP, or a PNG of
+// 8-bit RGB in stored (uncompressed) deflate blocks. False for anything else.
+bool ReadImage(const std::string& path, RgbImage& image);
 
 }  // namespace testkit
