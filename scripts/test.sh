@@ -21,9 +21,9 @@ declare -A RUNNER=([1]=with-display.sh [2]=with-stack2.sh)
 declare -A OTHER=([1]=2 [2]=1)
 # Stack 2's winevulkan now and then asserts inside a Vulkan call while swap
 # chains are made and released in quick succession (vkCreateImageView,
-# vkResetCommandPool; about one run in ten of the window storm), the same
-# with or without the library's latest changes: a test failing there runs
-# once more, and fails only when it fails twice. Stack 1 stays strict.
+# vkResetCommandPool; about one concurrency run in ten), the same with or
+# without the library's latest changes: a test failing there runs once
+# more, and fails only when it fails twice. Stack 1 stays strict.
 declare -A RETRY=([1]="" [2]="--repeat until-pass:2")
 summary=() status=0 all_passed=0 all_failed=0
 for s in "${STACKS[@]}"; do

@@ -1,9 +1,11 @@
 // QuillonPlay and QuillonWall end to end on the sample clips, screenshots against FFmpeg's
-// decode (texture path with BT.709 where NV12 samples, else CPU path, BT.601); the NV12 pool.
+// decode (texture path with BT.709 where NV12 samples, else CPU path, BT.601); damaged and
+// random streams; the NV12 pool.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <random>
 
 #include "player/Nv12Pool.h"
 #include "player/PlayerSource.h"
@@ -132,16 +134,37 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode) {
     EXPECT_EQ(lit, 0);
 }
 
+// Offsets of the 00 00 01 start codes of an Annex B stream.
+std::vector<size_t> StartCodes(const std::string& s) {
+    const std::string code("\0\0\1", 3);
+    std::vector<size_t> at;
+    for (size_t i = s.find(code); i != std::string::npos; i = s.find(code, i + 1)) at.push_back(i);
+    return at;
+}
+
 // The H.264 clip with the NAL unit of its first keyframe (type 5) left out,
 // or cut to a quarter of its length.
 std::string DamageFirstKeyframe(const std::string& clip, bool cut) {
-    const std::string startCode("\0\0\1", 3);
-    size_t at = clip.find(startCode);
-    while (at != std::string::npos && (clip[at + 3] & 31) != 5) at = clip.find(startCode, at + 3);
-    if (at == std::string::npos) return "";
-    size_t end = clip.find(startCode, at + 3);
-    end = end == std::string::npos ? clip.size() : end - (clip[end - 1] == 0);  // a four-byte start code
+    const std::vector<size_t> codes = StartCodes(clip);
+    size_t k = 0;
+    while (k < codes.size() && (clip[codes[k] + 3] & 31) != 5) ++k;
+    if (k == codes.size()) return "";
+    const size_t at = codes[k];
+    const size_t end = k + 1 == codes.size() ? clip.size() : codes[k + 1] - (clip[codes[k + 1] - 1] == 0);
     return clip.substr(0, cut ? at + (end - at) / 4 : at) + clip.substr(end);
+}
+
+// `s` with its second half damaged: bits flipped, or random units put in before every third start code.
+std::string DamageSecondHalf(const std::string& s, bool flipBits, std::mt19937& rng) {
+    const std::vector<size_t> codes = StartCodes(s);
+    std::string out = s;
+    for (int i = 0; flipBits && i < 40; ++i) out[s.size() / 2 + rng() % (s.size() / 2)] ^= 1 << (rng() % 8);
+    for (size_t k = codes.size() - 1; !flipBits && k >= codes.size() / 2; k -= 3) {
+        std::string unit("\0\0\0\1", 4);
+        for (int i = 0, n = 20 + static_cast<int>(rng() % 400); i < n; ++i) unit += static_cast<char>(rng());
+        out.insert(codes[k] > 0 && s[codes[k] - 1] == 0 ? codes[k] - 1 : codes[k], unit);
+    }
+    return out;
 }
 
 TEST_F(Player, PacesByTimestampsAndCountsLostPictures) {
@@ -176,6 +199,55 @@ TEST_F(Player, PacesByTimestampsAndCountsLostPictures) {
         EXPECT_NE(run.output.find(r.lost), std::string::npos) << run.output;
         EXPECT_GE(seconds, r.minSeconds) << run.output;
         EXPECT_GE(Count(run.output, "QuillonPlay: decode error: "), r.minErrorLines) << run.output;
+    }
+}
+
+// Clips cut inside a unit, or with bits flipped or random units in their second half, show the good pictures,
+// report the damage and end normally. Random bytes are refused with a message or played as noise, never a crash.
+TEST_F(Player, DamagedClipsPlayTheGoodPicturesAndRandomBytesNeverCrash) {
+    const std::string kReport = "QuillonPlay: decode error: ";
+    std::mt19937 rng(2024);
+    int shown = -1;  // pictures, from the summary line of the last run
+    auto playFile = [&](const std::string& name, const std::string& bytes) {
+        s_dir->Write(name, bytes);
+        testkit::ProcessRun r = Play("--no-overlay --fast " + name);
+        const size_t at = r.output.find("QuillonPlay: shown ");
+        shown = -1;
+        if (at != std::string::npos) sscanf(r.output.c_str() + at, "QuillonPlay: shown %d", &shown);
+        r.output = name + ":\n" + r.output;
+        return r;
+    };
+    for (const std::string ext : {".264", ".265"}) {
+        const std::string good = testkit::ReadFile(Clip("sample" + ext));
+        const testkit::ProcessRun whole = playFile("whole" + ext, good);
+        const int wholeShown = shown;
+        ASSERT_EQ(0u, whole.exitCode) << whole.output;
+        ASSERT_GT(wholeShown, 10) << whole.output;
+        EXPECT_EQ(std::string::npos, whole.output.find(kReport)) << whole.output;
+        EXPECT_NE(std::string::npos, whole.output.find(", 0 decode errors")) << whole.output;
+
+        // Cut two thirds in, 40 bytes into a unit: the pictures before the cut are all there.
+        const std::vector<size_t> codes = StartCodes(good);
+        const testkit::ProcessRun cut = playFile("cut" + ext, good.substr(0, codes[codes.size() * 2 / 3] + 40));
+        EXPECT_EQ(0u, cut.exitCode) << cut.output;
+        EXPECT_GE(shown, wholeShown * 2 / 3 - 1) << cut.output;
+        EXPECT_LT(shown, wholeShown) << cut.output;
+
+        // Damage in the second half: at least the first half plays, and the damage is reported.
+        for (bool flip : {true, false}) {
+            const testkit::ProcessRun r = playFile((flip ? "flipped" : "random-units") + ext,
+                                               DamageSecondHalf(good, flip, rng));
+            EXPECT_EQ(0u, r.exitCode) << r.output;
+            EXPECT_GE(shown, wholeShown / 2 - 1) << r.output;
+            EXPECT_NE(std::string::npos, r.output.find(kReport)) << r.output;
+        }
+
+        // Refused (2: cannot open, 4: nothing shown) or played as noise.
+        std::string noise(64 * 1024, '\0');
+        for (char& c : noise) c = static_cast<char>(rng());
+        const testkit::ProcessRun r = playFile("noise" + ext, noise);
+        EXPECT_TRUE(r.exitCode == 0 || r.exitCode == 2 || r.exitCode == 4) << r.exitCode << "\n" << r.output;
+        EXPECT_NE(std::string::npos, r.output.find("QuillonPlay: ")) << r.output;
     }
 }
 
