@@ -18,11 +18,7 @@ int g_levels[2] = {0, 0};
 void Record(const char* name, const char* text = nullptr) {
     std::lock_guard<std::mutex> guard(g_callsLock);
     g_calls += name;
-    if (text) {
-        g_calls += '(';
-        g_calls += text;
-        g_calls += ')';
-    }
+    if (text) g_calls += std::string("(") + text + ")";
     g_calls += '\n';
 }
 

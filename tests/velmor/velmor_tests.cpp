@@ -34,14 +34,10 @@ const std::string kDate = R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] )";
 
 }  // namespace
 
-TEST_F(VelmorFile, LevelsComeFromTheIniFile) {
+TEST_F(VelmorFile, LevelsFromTheIniFileRecordsDatedAndPercentSignsLiteral) {
     int first = -7, second = -7;
     core_log_get_level(&first, &second);
-    EXPECT_EQ(first, 200);
-    EXPECT_EQ(second, 0);
-}
-
-TEST_F(VelmorFile, RecordsAreDatedAndPercentSignsArriveLiterally) {
+    EXPECT_EQ(std::make_pair(first, second), std::make_pair(200, 0));
     NewLines();
     core_log_msg("%s", "keep 100%d %s as written");
     core_log_debug("dropped: debug is off");
