@@ -1,6 +1,5 @@
-// QuillonStartup / QuillonCleanup through the DLL's exports. Each suite
-// loads its own staged copy of QuillonSDK.dll (fresh counter and bindings)
-// and unloads it again; they run in the order of this file.
+// QuillonStartup / QuillonCleanup through the DLL's exports. Each test loads its own staged copy of QuillonSDK.dll
+// (fresh counter and bindings) and unloads it again; they run in the order of this file.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -33,8 +32,7 @@ TEST(Startup, WithoutVelmorFailsButCounts) {
     QuillonSdkApi& sdk = staged.api;
     StderrCapture err;
     EXPECT_EQ(sdk.QuillonStartup(), -1);
-    // Logging without the module: the FFmpeg success line costs one report,
-    // the start-up record four.
+    // Logging without the module: the FFmpeg success line costs one report, the start-up record four.
     const std::string first = err.Take();
     EXPECT_EQ(Count(first, ",CLS_VelmorApi::inner_sdk_log_get_level"), 2u) << first;
     EXPECT_EQ(Count(first, ",CLS_VelmorApi::inner_sdk_err_buf_msg_unlock"), 1u) << first;

@@ -1,5 +1,4 @@
-// The self-check's verdict rests on these: PSNR of a plane, of an NV12
-// read-back against a packed I420 picture, and the pass threshold.
+// The self-check's verdict rests on these: PSNR of a plane, of an NV12 read-back against packed I420, the threshold.
 #include <gtest/gtest.h>
 
 #include <cmath>
