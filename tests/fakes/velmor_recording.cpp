@@ -18,11 +18,7 @@ int g_levels[2] = {0, 0};
 void Record(const char* name, const char* text = nullptr) {
     std::lock_guard<std::mutex> guard(g_callsLock);
     g_calls += name;
-    if (text) {
-        g_calls += '(';
-        g_calls += text;
-        g_calls += ')';
-    }
+    if (text) g_calls += std::string("(") + text + ")";
     g_calls += '\n';
 }
 
@@ -57,10 +53,7 @@ VELMOR_API void sdk_log_buf_lock() {
 VELMOR_API void sdk_log_buf_date() { Record("sdk_log_buf_date"); }
 VELMOR_API void sdk_log_buf_msg(const char* text) { Record("sdk_log_buf_msg", text); }
 VELMOR_API void sdk_log_buf_msg_unlock(const char* text) { RecordAndUnlock("sdk_log_buf_msg_unlock", text); }
-VELMOR_API int sdk_log_buf_quit_unlock(const char* text) {
-    RecordAndUnlock("sdk_log_buf_quit_unlock", text);
-    return 0;
-}
+VELMOR_API int sdk_log_buf_quit_unlock(const char* text) { return RecordAndUnlock("sdk_log_buf_quit_unlock", text), 0; }
 VELMOR_API void sdk_err_buf_msg_unlock(const char* text) { RecordAndUnlock("sdk_err_buf_msg_unlock", text); }
 VELMOR_API void sdk_err_buf_quit_unlock(const char* text) { RecordAndUnlock("sdk_err_buf_quit_unlock", text); }
 VELMOR_API void sdk_log_msg(const char* text) { Record("sdk_log_msg", text); }
