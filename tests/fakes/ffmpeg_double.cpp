@@ -41,7 +41,10 @@ int& Count(FfDoubleCall call) { return g_script.calls[call]; }
 
 class VideoDevice : public ID3D11VideoDevice {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override { return *out = nullptr, E_NOINTERFACE; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** out) override {
+        *out = nullptr;
+        return E_NOINTERFACE;
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     UINT STDMETHODCALLTYPE GetVideoDecoderProfileCount() override { return 1; }
@@ -131,7 +134,9 @@ void Reset() {
     g_script.frameSlice = 0xAABBCCDD00000007ull;
 }
 
-const bool g_reset = (Reset(), true);
+struct Init {
+    Init() { Reset(); }
+} g_init;  // the defaults from the module's load on
 
 }  // namespace
 

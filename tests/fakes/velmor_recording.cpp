@@ -53,7 +53,10 @@ VELMOR_API void sdk_log_buf_lock() {
 VELMOR_API void sdk_log_buf_date() { Record("sdk_log_buf_date"); }
 VELMOR_API void sdk_log_buf_msg(const char* text) { Record("sdk_log_buf_msg", text); }
 VELMOR_API void sdk_log_buf_msg_unlock(const char* text) { RecordAndUnlock("sdk_log_buf_msg_unlock", text); }
-VELMOR_API int sdk_log_buf_quit_unlock(const char* text) { return RecordAndUnlock("sdk_log_buf_quit_unlock", text), 0; }
+VELMOR_API int sdk_log_buf_quit_unlock(const char* text) {
+    RecordAndUnlock("sdk_log_buf_quit_unlock", text);
+    return 0;
+}
 VELMOR_API void sdk_err_buf_msg_unlock(const char* text) { RecordAndUnlock("sdk_err_buf_msg_unlock", text); }
 VELMOR_API void sdk_err_buf_quit_unlock(const char* text) { RecordAndUnlock("sdk_err_buf_quit_unlock", text); }
 VELMOR_API void sdk_log_msg(const char* text) { Record("sdk_log_msg", text); }
