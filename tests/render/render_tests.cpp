@@ -136,6 +136,7 @@ TEST_F(Render, CpuPicturesFollowTheWindowAndShortRecordsTakeTheCpuPath) {
     std::vector<uint8_t> picture = SolidI420(64, 48, 210, 16, 146);
     ShowFrameData f = CpuFrame(picture, 64, 48);
     f.texture = reinterpret_cast<void*>(0x10);
+    f.lineSize = 999;
     EXPECT_EQ(Show(h, f, 24), 0);
     EXPECT_EQ(ShowsYuv(wnd, 80, 60, {210, 16, 146}), "");
     f.data = nullptr;  // neither texture nor data: the CPU path refuses
