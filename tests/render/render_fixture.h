@@ -3,12 +3,6 @@
 // objects and windows released after each test) and the screen checks they share.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "testkit/recording.h"
 #include "testkit/staged_sdk.h"
 
@@ -19,7 +13,6 @@ using testkit::TakeVelmorCalls;
 using testkit::Yuv;
 
 inline QuillonSdkApi& g_sdk = testkit::RecordingTest::sdk;
-inline HMODULE g_module = nullptr;
 
 // "" when client pixel (x, y) of `wnd` is `want`, else what it is. Polls; `again` shows
 // the picture once more between short polls (a new swap chain may drop its first pictures).
@@ -39,30 +32,16 @@ inline std::string ScreenFault(HWND wnd, int x, int y, Rgb want, int tolerance =
 
 // A slice of a decoder-shaped texture array as QuillonRenderShowFrame takes it.
 inline ShowFrameData Slice(ID3D11Texture2D* texture, UINT slice, int w, int h) {
-    ShowFrameData f = {};
-    f.texture = texture;
-    f.arraySlice = slice;
-    f.width = w;
-    f.height = h;
-    return f;
+    return ShowFrameData{nullptr, {}, w, h, texture, 0, {}, 0, {}, slice};
 }
 
 class Render : public testkit::RecordingTest {
 protected:
-    static void SetUpTestSuite() {
-        Start("render");
-        g_module = Stage("render").module;
-    }
+    static void SetUpTestSuite() { Start("render"); }
 
     void TearDown() override {
         for (QuillonRenderHandle h : m_handles) g_sdk.QuillonRenderRelease(h);
         for (HWND w : m_windows) DestroyWindow(w);
-    }
-
-    QuillonRenderHandle NewRender() {
-        m_handles.push_back(g_sdk.QuillonRenderCreate(nullptr, 0));
-        EXPECT_NE(m_handles.back(), nullptr);
-        return m_handles.back();
     }
 
     HWND NewWindow(int x, int y, int w, int h) {
@@ -76,7 +55,7 @@ protected:
         init = init ? init : &local;
         *init = RenderInitParam{};
         init->hWnd = wnd;
-        QuillonRenderHandle h = NewRender();
+        QuillonRenderHandle h = m_handles.emplace_back(g_sdk.QuillonRenderCreate(nullptr, 0));
         EXPECT_EQ(g_sdk.QuillonRenderInitDevice(h, init, length), 0);
         EXPECT_NE(init->device, nullptr);
         return h;
@@ -92,10 +71,7 @@ protected:
     }
     // Runs the message loop a moment, as a host does between making a window and drawing.
     static void Settle() {
-        for (int i = 0; i < 20; ++i) {
-            testkit::PumpMessages();
-            Sleep(10);
-        }
+        for (int i = 0; i < 20; ++i, Sleep(10)) testkit::PumpMessages();
     }
 
     static void ResizeClient(HWND wnd, int w, int h) {

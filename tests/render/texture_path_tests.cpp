@@ -1,8 +1,5 @@
 // The decoder-texture path: known NV12 pictures in a decoder-shaped texture array shown and
 // read back through the exports, refused sources; in-process the copy boxes and textures.
-#include <d3d11.h>
-#include <wrl/client.h>
-
 #include <memory>
 
 #include "render/CLS_D3D11vaRenderer.h"
@@ -17,7 +14,6 @@ using testkit::Nv12Picture;
 namespace {
 
 const Yuv kMagenta = {105, 212, 234};  // loud: marks rows that must never show
-const Rgb kBlack = {0, 0, 0};
 
 ID3D11Device* DeviceOf(const RenderInitParam& init) { return static_cast<ID3D11Device*>(init.device); }
 Rgb Rgb709(Yuv c) { return testkit::Bt709ToRgb(c); }
@@ -72,7 +68,7 @@ TEST_F(TexturePath, SliceQuadrantsShowInBt709PaddingRowsNeverAndFollowAResize) {
     EXPECT_EQ(ShowsAt(f, wnd, 230, 125, Rgb709(white)), "");
     ResizeClient(wnd, 640, 360);
     EXPECT_EQ(ShowsAt(f, wnd, 230, 125, Rgb709(white)), "");
-    EXPECT_EQ(ShowsAt(f, wnd, 260, 125, kBlack), "");
+    EXPECT_EQ(ShowsAt(f, wnd, 260, 125, {0, 0, 0}), "");
     // Copied by length: nothing of a negative length, two fields of 8 bytes; {0, 0, 0, 0} is the whole window.
     ASSERT_EQ(Config(render, QUILLON_CMD_SET_DST_RECT, DstRect{0, 0, 240, 134}, -5), 0);
     EXPECT_EQ(ShowsAt(f, wnd, 500, 300, Rgb709(white)), "");
@@ -81,8 +77,8 @@ TEST_F(TexturePath, SliceQuadrantsShowInBt709PaddingRowsNeverAndFollowAResize) {
     EXPECT_EQ(ShowsAt(f, wnd, 500, 300, Rgb709(white)), "");
 }
 
-// Byte-exact read-back of 720 rows from an array padded to 736, through a staging texture
-// made once at the first size (16-aligned), copied back to the host by length.
+// Byte-exact read-back of 720 rows from an array padded to 736, through a staging texture made once at the
+// first size (16-aligned) and again on a new device, copied back to the host by length.
 TEST_F(TexturePath, ReadBackBytesEqualTheSliceThroughOneStagingTexture) {
     RenderInitParam init;
     QuillonRenderHandle h = OnWindow(nullptr, &init, 4096);  // more than 72: 72 copied
@@ -115,6 +111,12 @@ TEST_F(TexturePath, ReadBackBytesEqualTheSliceThroughOneStagingTexture) {
     EXPECT_EQ(ReadBack(h, again, 24), 0);
     EXPECT_EQ(again.data, reinterpret_cast<void*>(0x1234));
     EXPECT_EQ(again.rowPitch, 77u);
+    // A new device (the first one goes through the virtual Destroy, as in device recovery): a new staging texture.
+    ASSERT_EQ(g_sdk.QuillonRenderInitDevice(h, &init, sizeof(init)), 0);
+    DecoderPool fresh(DeviceOf(init), 1920, 1080, 1);
+    again = {fresh.Texture(), 0, 1920, 1080, {}, nullptr, 0, {}};
+    EXPECT_EQ(ReadBack(h, again), 0);
+    EXPECT_GE(again.rowPitch, 1920u);
     EXPECT_EQ(TakeVelmorCalls(), Calls{});
 }
 
@@ -122,10 +124,9 @@ TEST_F(TexturePath, ReadBackBytesEqualTheSliceThroughOneStagingTexture) {
 // (read-back: the host's outputs left as sent) and one record, on any stack.
 TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused) {
     Scene(20, 720, 64, 64, 64, 64);
-    ComPtr<ID3D11Device> foreign;
-    ASSERT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr, 0,
-                                               D3D11_SDK_VERSION, &foreign, nullptr, nullptr));
-    DecoderPool theirs(foreign.Get(), 64, 64);
+    RenderInitParam foreign;  // a device alone, of another render object
+    OnWindow(nullptr, &foreign);
+    DecoderPool theirs(DeviceOf(foreign), 64, 64);
     ComPtr<ID3D11Texture2D> bgra;
     const D3D11_TEXTURE2D_DESC d = xop::TextureDesc(64, 64, DXGI_FORMAT_B8G8R8A8_UNORM, D3D11_USAGE_DEFAULT, 0);
     ASSERT_HRESULT_SUCCEEDED(device->CreateTexture2D(&d, nullptr, &bgra));
@@ -155,15 +156,12 @@ TEST_F(TexturePath, ForeignMissingAndNonNv12SourcesAndEmptyCropsAreRefused) {
     // A slice of our own: shown where NV12 can be sampled, else -1 and no crash.
     EXPECT_EQ(Show(render, Slice(pool->Texture(), 1, 64, 64)), testkit::CanSampleNv12(device) ? 0 : -1);
     TakeVelmorCalls();
-    // Empty, inverted or wholly outside the picture: nothing left to show. 16 bytes of a zoom
-    // copy left and top only, a negative length nothing.
-    const struct {
-        EZoomArea zoom;
-        int length;
-    } crops[] = {{{0.5, 0.5, 0.5, 0.9}, 32}, {{0.8, 0.1, 0.2, 0.9}, 32},     {{1.5, 0.0, 2.0, 1.0}, 32},
-                 {{0.5, 0.5, 0.0, 0.0}, 32}, {{0.25, 0.25, 0.75, 0.75}, 16}, {{0.0, 0.0, 1.0, 1.0}, -5}};
+    // Nothing left to show (the boxes: TextureBoxes): wholly outside; 16 bytes of a zoom copy left and top
+    // only, a negative length nothing.
+    const std::pair<EZoomArea, int> crops[] = {
+        {{1.5, 0.0, 2.0, 1.0}, 32}, {{0.25, 0.25, 0.75, 0.75}, 16}, {{0.0, 0.0, 1.0, 1.0}, -5}};
     for (const auto& c : crops) {
-        ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, c.zoom, c.length), 0);
+        ASSERT_EQ(Config(render, QUILLON_CMD_EZOOM_AREA, c.first, c.second), 0);
         EXPECT_EQ(Show(render, Slice(pool->Texture(), 1, 64, 64)), -1);
         EXPECT_EQ(TakeVelmorCalls(), ErrorRecord(file, show, 83, "zoom area leaves no picture"));
     }
@@ -176,58 +174,32 @@ TEST(TextureBoxes, CopiesNeverReachOutsideTheirSource) {
         return FitBox(want, w, h, &b) ? Box{b.left, b.top, b.front, b.right, b.bottom, b.back} : Box{};
     };
     EXPECT_EQ(fit({480, 270, 1440, 810}, 1920, 1088), (Box{480, 270, 0, 1440, 810, 1}));  // a zoom crop
-    EXPECT_EQ(fit({0, 0, 1280, 720}, 1280, 736), (Box{0, 0, 0, 1280, 720, 1}));           // 16-aligned staging
     EXPECT_EQ(fit({-2, -4, 3840, 2176}, 1920, 1088), (Box{0, 0, 0, 1920, 1088, 1}));      // cut to the source
     EXPECT_EQ(fit({32, 32, 32, 64}, 64, 64), Box{});                                      // empty
     EXPECT_EQ(fit({40, 0, 20, 10}, 64, 64), Box{});                                       // inverted
     EXPECT_EQ(fit({96, 0, 128, 64}, 64, 64), Box{});                                      // wholly outside
-    EXPECT_EQ(fit({-64, -64, -2, -2}, 64, 64), Box{});                                    // outside, negative
     for (HRESULT lost : {DXGI_ERROR_DEVICE_REMOVED, DXGI_ERROR_DEVICE_RESET}) EXPECT_TRUE(xop::IsDeviceLost(lost));
     for (HRESULT other : {DXGI_ERROR_WAS_STILL_DRAWING, E_FAIL, S_OK}) EXPECT_FALSE(xop::IsDeviceLost(other));
 }
 
-// The renderer on a window of its own, its staging texture and NV12 input in view.
-class Probe : public CLS_D3D11vaRenderer {
-public:
+// The renderer's NV12 input texture in view.
+struct Probe : CLS_D3D11vaRenderer {
     using xop::D3D11Renderer::EnsureInputTextures;
-    Probe() : window(testkit::CreateTestWindow(20, 20, 64, 64)) { testkit::PumpMessages(); }
-    ~Probe() override {
-        Destroy();
-        DestroyWindow(window);
-    }
-    ID3D11Texture2D* Staging() const { return stagingTexture; }
     D3D11_TEXTURE2D_DESC InputDesc() const {
         D3D11_TEXTURE2D_DESC d = {};
         Input(xop::InputBank::kNv12)->GetTexture()->GetDesc(&d);
         return d;
     }
-    HWND window;
 };
 
-// The read-back's staging texture goes with the device and is made again on
-// the new one. The texture path copies into a DEFAULT texture (never
-// DYNAMIC); a CPU NV12 upload maps a DYNAMIC one with WRITE_DISCARD.
-TEST(TextureRecovery, ReadBackStagingIsMadeAgainOnTheNewDeviceAndInputTexturesSuitTheirPath) {
-    Probe r;
-    xop::Renderer& base = r;  // recovery goes through the virtual table
-    ASSERT_TRUE(base.Init(r.window));
-    DecoderPool old(r.GetDevice(), 64, 48);
-    void* data = nullptr;
-    uint32_t pitch = 0;
-    ASSERT_EQ(r.Texture2DToNV12(old.Texture(), 1, 64, 48, &data, &pitch), 0);
-    ASSERT_NE(r.Staging(), nullptr);
-    base.Destroy();
-    EXPECT_EQ(r.Staging(), nullptr);
-    ASSERT_TRUE(base.Init(r.window));
-    DecoderPool fresh(r.GetDevice(), 64, 48);
-    EXPECT_EQ(r.Texture2DToNV12(fresh.Texture(), 1, 64, 48, &data, &pitch), 0);
-    ASSERT_NE(r.Staging(), nullptr);
-    ComPtr<ID3D11Device> owner;
-    r.Staging()->GetDevice(&owner);
-    EXPECT_EQ(owner.Get(), r.GetDevice());
-
+// The texture path copies into a DEFAULT texture (never DYNAMIC); a CPU NV12 upload after it maps a DYNAMIC one
+// with WRITE_DISCARD.
+TEST_F(TexturePath, TheTexturePathCopiesIntoADefaultTextureAndACpuUploadAfterItMapsADynamicOne) {
+    Probe r;  // on a window: input textures are made for a swap chain
+    ASSERT_TRUE(r.Init(NewWindow(20, 20, 64, 64)));
     QUILLON_REQUIRE_NV12_SAMPLING(r.GetDevice());
-    ShowFrameData f = Slice(fresh.Texture(), 1, 64, 48);
+    DecoderPool pool(r.GetDevice(), 64, 48);
+    ShowFrameData f = Slice(pool.Texture(), 1, 64, 48);
     ASSERT_EQ(r.ShowDecodedFrame(&f), 0);
     D3D11_TEXTURE2D_DESC d = r.InputDesc();
     EXPECT_EQ(d.Usage, D3D11_USAGE_DEFAULT);
