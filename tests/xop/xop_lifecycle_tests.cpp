@@ -8,16 +8,12 @@
 using namespace xoptest;
 using xop::InputBank;
 
-TEST_F(RendererTest, InitOnAWindowBuildsBothBanksAndReportsTheSize) {
+TEST_F(RendererTest, InitBuildsBothBanksOnAWindowAndInitDeviceOnlyNoSwapChain) {
     DebugCapture debug;
     ASSERT_TRUE(r.Init(m_window));  // again: starts afresh
     EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::CreateRenderer:540] D3D11Renderer::CreateRenderer() "
                                        "width = 160 height = 120 \n \n"},
               debug.Take());
-    uint32_t w = 0, h = 0;
-    EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
-    EXPECT_EQ(160u, w);
-    EXPECT_EQ(120u, h);
     for (int i = 0; i < xop::kOutputBankSize; ++i) {
         ASSERT_TRUE(r.m_outputTextures[i]) << i;
         EXPECT_NE(nullptr, r.m_outputTextures[i]->GetRenderTargetView()) << i;
@@ -27,25 +23,20 @@ TEST_F(RendererTest, InitOnAWindowBuildsBothBanksAndReportsTheSize) {
     EXPECT_TRUE(r.InitInputTextures(W, H, 9));
     r.UpdateFrame({W, H, {0, 0, 0}, {nullptr, nullptr, nullptr}, 9});
     EXPECT_EQ(nullptr, r.m_currentOutput);
-}
 
-TEST(Lifecycle, DeviceOnlyHasNoSwapChainAndDrawsNoOverlays) {
-    TestRenderer r;
+    // A device alone (afresh, as Init): no swap chain, so no overlays, input textures or size.
+    ASSERT_TRUE(r.InitDeviceOnly());
+    ASSERT_NE(nullptr, r.GetDevice());
     OverlayParam p = {};
     p.pointCount = 2;
     strcpy(p.text, "x");
-    for (bool device : {false, true}) {
-        EXPECT_EQ(-1, r.InnerOnDrawLine(&p));
-        EXPECT_EQ(-1, r.InnerOnDrawText(&p));
-        EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
-        EXPECT_STREQ("x", p.text);
-        ASSERT_TRUE(device || r.InitDeviceOnly());  // a device for the second round
-    }
-    ASSERT_NE(nullptr, r.GetDevice());
+    EXPECT_EQ(-1, r.InnerOnDrawLine(&p));
+    EXPECT_EQ(-1, r.InnerOnDrawText(&p));
+    EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
+    EXPECT_STREQ("x", p.text);
     Microsoft::WRL::ComPtr<ID3D10Multithread> mt;
     ASSERT_HRESULT_SUCCEEDED(r.GetDevice()->QueryInterface(IID_ID3D10Multithread, &mt));
     EXPECT_TRUE(mt->GetMultithreadProtected());
-    DebugCapture debug;
     uint32_t w = 7, h = 9;
     EXPECT_EQ(-1, r.GetSwapChainSize(&w, &h));
     EXPECT_EQ(7u, w);
@@ -70,8 +61,9 @@ TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevic
     EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::SetWnd:66] CreateSwapChain() failed\n \n"}, debug.Take());
     EXPECT_EQ(nullptr, r.m_swapChain);
     EXPECT_FALSE(r.Resize());
-    HWND second = NewWindow(120, 80);
-    ASSERT_TRUE(r.SetWnd(second));
+    HWND first = std::exchange(m_window, NewWindow(120, 80));
+    ASSERT_TRUE(r.SetWnd(m_window));
+    DestroyWindow(first);
     EXPECT_EQ(device, r.GetDevice());
     uint32_t w = 0, h = 0;
     ASSERT_EQ(0, r.GetSwapChainSize(&w, &h));
@@ -85,11 +77,8 @@ TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevic
     for (const std::string& m : messages) {
         EXPECT_EQ(0u, m.find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() failed, "));
     }
-    Picture empty = SolidYuv(xop::kFrameI420, 0, 0, kBlack);
-    r.UpdateFrame(empty.image);
+    r.UpdateFrame({0, 0, {0, 0, 0}, {nullptr, nullptr, nullptr}, xop::kFrameI420});
     EXPECT_EQ(nullptr, r.m_currentOutput);
-    r.Destroy();
-    DestroyWindow(second);
 }
 
 TEST(Lifecycle, DestroyRepaintsUnlessThePictureIsKept) {
@@ -157,21 +146,17 @@ private:
 
 }  // namespace
 
-TEST(Lifecycle, PresentRecoversOnlyFromDeviceRemoval) {
-    HWND window = NewWindow();
+TEST_F(RendererTest, PresentRecoversOnlyFromDeviceRemoval) {
     for (HRESULT result : {DXGI_ERROR_WAS_STILL_DRAWING, E_FAIL, DXGI_ERROR_DEVICE_HUNG, DXGI_ERROR_DEVICE_REMOVED}) {
         SCOPED_TRACE(testing::Message() << std::hex << result);
-        TestRenderer r;
-        ASSERT_TRUE(r.Init(window));
+        ASSERT_TRUE(r.Init(m_window));  // afresh
         Microsoft::WRL::ComPtr<ID3D11Device> device = r.GetDevice();
         r.m_swapChain = new PresentResult(r.m_swapChain, result);
         r.PresentSwapChain();
         // Only a removed device is replaced, by a new one on the same window.
         EXPECT_EQ(result == DXGI_ERROR_DEVICE_REMOVED, device.Get() != r.GetDevice());
-        EXPECT_NE(nullptr, r.GetDevice());
         uint32_t w = 0, h = 0;
         EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
         EXPECT_EQ(160u, w);
     }
-    DestroyWindow(window);
 }
