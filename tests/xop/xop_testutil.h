@@ -23,21 +23,20 @@ using testkit::Rgb, testkit::Yuv;
 constexpr int W = 160, H = 120;  // window and picture size of the fixture
 const Yuv kBlack = {16, 128, 128}, kRed = {81, 90, 240}, kBlue = {41, 240, 110};
 
-inline std::vector<std::string> g_debugMessages;
-
 // Collects every debug message while alive.
 struct DebugCapture {
-    DebugCapture() { xop::SetDebugSink([](const char* message) { g_debugMessages.emplace_back(message); }); }
-    ~DebugCapture() { xop::SetDebugSink(nullptr); g_debugMessages.clear(); }
-    std::vector<std::string> Take() { return std::exchange(g_debugMessages, {}); }
+    static inline std::vector<std::string> messages;
+    DebugCapture() { xop::SetDebugSink([](const char* message) { messages.emplace_back(message); }); }
+    ~DebugCapture() { xop::SetDebugSink(nullptr); messages.clear(); }
+    std::vector<std::string> Take() { return std::exchange(messages, {}); }
 };
 
 class TestRenderer : public xop::D3D11Renderer {
 public:
     using D3D11Renderer::DrawPass, D3D11Renderer::Input, D3D11Renderer::Output, D3D11Renderer::m_currentOutput;
     using D3D11Renderer::m_d2dRenderTarget, D3D11Renderer::m_drawCallback, D3D11Renderer::m_drawCallbackUser;
-    using D3D11Renderer::m_frameFormat, D3D11Renderer::m_keepWindowOnDestroy, D3D11Renderer::m_linearSampler;
-    using D3D11Renderer::m_outputTextures, D3D11Renderer::m_swapChain;
+    using D3D11Renderer::m_frameFormat, D3D11Renderer::m_linearSampler, D3D11Renderer::m_outputTextures;
+    using D3D11Renderer::m_swapChain;
 };
 
 struct Picture {
