@@ -16,8 +16,8 @@ uint32_t U32(const uint8_t* p) {
     return v;
 }
 
-// advapi32's MD5. MD5Update runs the compression function on every whole 64-byte block at once, so after
-// whole blocks `state` is the plain MD5 state, free of the standard final block.
+// advapi32's MD5 (its MD5_CTX). MD5Update runs the compression function on each whole 64-byte block at
+// once, so after whole blocks `state` is the bare MD5 state, without the standard final block.
 struct Md5Context {
     ULONG count[2], state[4];
     unsigned char in[64], digest[16];
