@@ -2,14 +2,11 @@
 // sharpen, viewport and source rectangle, by the output texels and the window's pixels; the upload helpers.
 #include <gtest/gtest.h>
 
-#include "xop/ScopedMap.h"
 #include "xop_testutil.h"
 
 using namespace xoptest;
-using testkit::Bt601ToRgb;
-using testkit::Bt709ToRgb;
-using xop::InputBank;
-using xop::OutputBank;
+using testkit::Bt601ToRgb, testkit::Bt709ToRgb;
+using xop::InputBank, xop::OutputBank;
 
 namespace {
 
@@ -70,21 +67,19 @@ TEST(Upload, Nv12RowsFollowTheLumaInOneMapping) {
 TEST_F(RendererTest, EveryFormatReachesTheWindowInItsColours) {
     // White, red and blue pin the test's own conversion; each coefficient shows in one of the colours.
     const struct { const char* name; Picture picture; OutputBank bank; Rgb rgb; int tolerance; } cases[] = {
-        {"black", SolidYuv(xop::kFrameI420, W, H, kBlack), OutputBank::kI420Bt601, {0, 0, 0}, 3},
         {"white", SolidYuv(xop::kFrameI420, W, H, {235, 128, 128}), OutputBank::kI420Bt601, {255, 255, 255}, 3},
         {"red", SolidYuv(xop::kFrameI420, W, H, kRed), OutputBank::kI420Bt601, {255, 0, 0}, 3},
-        {"blue", SolidYuv(xop::kFrameI420, W, H, kBlue), OutputBank::kI420Bt601, {0, 0, 255}, 3},
         {"odd size", SolidYuv(xop::kFrameI420, 37, 23, kRed), OutputBank::kI420Bt601, Bt601ToRgb(kRed), 4},
         // Black lines running 1 KB past any row pitch, the excess white luma.
         {"long lines", SolidYuv(xop::kFrameI420, W, H, kBlack, 1024, 235), OutputBank::kI420Bt601, {0, 0, 0}, 3},
-        {"4:4:4", SolidYuv(xop::kFrameYuv444, W, H, kBlue), OutputBank::kI420Bt601, {0, 0, 255}, 4},
+        {"4:4:4", SolidYuv(xop::kFrameYuv444, W, H, kBlue), OutputBank::kI420Bt601, {0, 0, 255}, 3},
         {"BGRA", Bgra(W, H, [](int, int) { return 0x40112233u; }), OutputBank::kBgra, {0x11, 0x22, 0x33}, 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const xop::FrameImage& image = c.picture.image;
         ShowPicture(r, image);
-        const uint32_t texel = ReadTexel(r.GetDevice(), r.Output(c.bank)->GetTexture(), W / 2, H / 2);
+        const uint32_t texel = Texel(W / 2, H / 2, r.Output(c.bank)->GetTexture());
         if (image.format == xop::kFrameBgra) {
             EXPECT_EQ(0x40112233u, texel);  // alpha included
         } else {
@@ -104,7 +99,7 @@ TEST_F(RendererTest, EachYuvOutputConvertsWithItsStandard) {
     const int whole[4] = {0, 0, 0, 0};
     auto expect = [&](OutputBank bank, Rgb rgb) {
         EXPECT_EQ(r.Output(bank), r.m_currentOutput);
-        EXPECT_TRUE(TexelNear(OutputTexel(10, 10), rgb, 2)) << xop::Index(bank);
+        EXPECT_TRUE(TexelNear(Texel(10, 10), rgb, 2)) << xop::Index(bank);
     };
     Picture planar = SolidYuv(xop::kFrameI420, W, H, c);
     r.InitInputTextures(W, H, xop::kFrameI420);
@@ -115,21 +110,14 @@ TEST_F(RendererTest, EachYuvOutputConvertsWithItsStandard) {
     r.DrawPass(r.Output(OutputBank::kI420Bt709), whole, planes, 3);
     expect(OutputBank::kI420Bt709, Bt709ToRgb(c));
 
-    // NV12 needs a device that samples it (stack 2); elsewhere one message refuses it and nothing is drawn.
+    // NV12 needs a device that samples it (stack 2); elsewhere the texture is refused and nothing is drawn.
     testkit::Nv12Picture nv12(W, H, c);
-    DebugCapture debug;
     EXPECT_TRUE(r.InitInputTextures(W, H, xop::kFrameNv12));
     const xop::D3D11RenderTexture* input = r.Input(InputBank::kNv12);
-    ASSERT_TRUE(input);
     Present(r);  // ends the planar frame
     r.BeginFrame();
     r.UpdateFrame({W, H, {W, W, 0}, {nv12.y.data(), nv12.uv.data(), nullptr}, xop::kFrameNv12});
     if (!input->GetTexture()) {
-        const std::vector<std::string> messages = debug.Take();
-        ASSERT_EQ(1u, messages.size());
-        EXPECT_EQ(0u, messages[0].find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() "
-                                       "failed, "));
-        EXPECT_EQ(nullptr, input->GetLumaView());
         EXPECT_EQ(nullptr, r.m_currentOutput);
         Present(r);
         EXPECT_TRUE(Shows(W / 2, H / 2, {0, 0, 0}, 2));
@@ -157,11 +145,11 @@ TEST_F(RendererTest, SharpenSteepensAnEdgeWithPointSamplesOnlyWhenSwitchedOn) {
         r.ApplySharpen();
         ASSERT_EQ(r.Output(unsharp > 0 ? OutputBank::kSharpen : OutputBank::kBgra), r.m_currentOutput);
         // detail = 0.3125 x (this side - other side) next to the edge, nothing far from it.
-        EXPECT_NEAR(unsharp > 0 ? 24 : 0x40, Channel(OutputTexel(W / 2 - 1, H / 2), 8), 2);
-        EXPECT_NEAR(unsharp > 0 ? 232 : 0xC0, Channel(OutputTexel(W / 2, H / 2), 8), 2);
-        EXPECT_NEAR(0x40, Channel(OutputTexel(10, H / 2), 16), 1);
-        EXPECT_NEAR(0xC0, Channel(OutputTexel(W - 10, H / 2), 16), 1);
-        EXPECT_NEAR(0x40, Channel(OutputTexel(40, 60), 0), 2);
+        EXPECT_NEAR(unsharp > 0 ? 24 : 0x40, Channel(Texel(W / 2 - 1, H / 2), 8), 2);
+        EXPECT_NEAR(unsharp > 0 ? 232 : 0xC0, Channel(Texel(W / 2, H / 2), 8), 2);
+        EXPECT_NEAR(0x40, Channel(Texel(10, H / 2), 16), 1);
+        EXPECT_NEAR(0xC0, Channel(Texel(W - 10, H / 2), 16), 1);
+        EXPECT_NEAR(0x40, Channel(Texel(40, 60), 0), 2);
     }
 }
 
@@ -181,8 +169,8 @@ TEST_F(RendererTest, ViewportAndSourceRectangle) {
     out->SetSampler(0, r.m_linearSampler);
     out->Draw();
     out->End();
-    EXPECT_EQ(0xFF000000u, OutputTexel(W - 3, H / 2 - 3));  // cleared, outside the viewport
-    EXPECT_EQ(0xFFFF0000u, OutputTexel(W / 2 + 2, H / 2 + 2));
-    EXPECT_EQ(0xFF00FF00u, OutputTexel(W - 3, H / 2 + 2));
-    EXPECT_EQ(0xFF0000FFu, OutputTexel(W / 2 + 2, H - 3));
+    EXPECT_EQ(0xFF000000u, Texel(W - 3, H / 2 - 3));  // cleared, outside the viewport
+    EXPECT_EQ(0xFFFF0000u, Texel(W / 2 + 2, H / 2 + 2));
+    EXPECT_EQ(0xFF00FF00u, Texel(W - 3, H / 2 + 2));
+    EXPECT_EQ(0xFF0000FFu, Texel(W / 2 + 2, H - 3));
 }

@@ -8,48 +8,36 @@
 using namespace xoptest;
 using xop::InputBank;
 
-TEST_F(RendererTest, InitOnAWindowBuildsBothBanksAndReportsTheSize) {
+TEST_F(RendererTest, InitBuildsBothBanksOnAWindowAndInitDeviceOnlyNoSwapChain) {
     DebugCapture debug;
     ASSERT_TRUE(r.Init(m_window));  // again: starts afresh
     EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::CreateRenderer:540] D3D11Renderer::CreateRenderer() "
                                        "width = 160 height = 120 \n \n"},
               debug.Take());
-    uint32_t w = 0, h = 0;
-    EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
-    EXPECT_EQ(160u, w);
-    EXPECT_EQ(120u, h);
-    for (int i = 0; i < xop::kOutputBankSize; ++i) {
-        ASSERT_TRUE(r.m_outputTextures[i]) << i;
-        EXPECT_NE(nullptr, r.m_outputTextures[i]->GetRenderTargetView()) << i;
-    }
+    for (const auto& out : r.m_outputTextures)
+        EXPECT_TRUE(out && out->GetRenderTargetView()) << &out - r.m_outputTextures;
     EXPECT_TRUE(r.m_d2dRenderTarget);
     // An unknown format makes no textures and converts nothing.
     EXPECT_TRUE(r.InitInputTextures(W, H, 9));
     r.UpdateFrame({W, H, {0, 0, 0}, {nullptr, nullptr, nullptr}, 9});
     EXPECT_EQ(nullptr, r.m_currentOutput);
-}
 
-TEST(Lifecycle, DeviceOnlyHasNoSwapChainAndDrawsNoOverlays) {
-    TestRenderer r;
+    // A device alone (afresh, as Init): no swap chain, so no overlays, input textures or size.
+    ASSERT_TRUE(r.InitDeviceOnly());
+    ASSERT_NE(nullptr, r.GetDevice());
     OverlayParam p = {};
     p.pointCount = 2;
     strcpy(p.text, "x");
-    for (bool device : {false, true}) {
-        EXPECT_EQ(-1, r.InnerOnDrawLine(&p));
-        EXPECT_EQ(-1, r.InnerOnDrawText(&p));
-        EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
-        EXPECT_STREQ("x", p.text);
-        ASSERT_TRUE(device || r.InitDeviceOnly());  // a device for the second round
-    }
-    ASSERT_NE(nullptr, r.GetDevice());
+    EXPECT_EQ(-1, r.InnerOnDrawLine(&p));
+    EXPECT_EQ(-1, r.InnerOnDrawText(&p));
+    EXPECT_EQ(-1, r.InnerOnDrawBlurry(&p));
+    EXPECT_STREQ("x", p.text);
     Microsoft::WRL::ComPtr<ID3D10Multithread> mt;
     ASSERT_HRESULT_SUCCEEDED(r.GetDevice()->QueryInterface(IID_ID3D10Multithread, &mt));
     EXPECT_TRUE(mt->GetMultithreadProtected());
-    DebugCapture debug;
     uint32_t w = 7, h = 9;
     EXPECT_EQ(-1, r.GetSwapChainSize(&w, &h));
-    EXPECT_EQ(7u, w);
-    EXPECT_EQ(9u, h);
+    EXPECT_EQ(std::make_pair(7u, 9u), std::make_pair(w, h));
     EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::GetSwapChainSize:1329]  D3D11Renderer::GetSwapChainSize "
                                        "failed, nullptr == swap_chain_ \n"},
               debug.Take());
@@ -70,13 +58,13 @@ TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevic
     EXPECT_EQ(std::vector<std::string>{"[xop::D3D11Renderer::SetWnd:66] CreateSwapChain() failed\n \n"}, debug.Take());
     EXPECT_EQ(nullptr, r.m_swapChain);
     EXPECT_FALSE(r.Resize());
-    HWND second = NewWindow(120, 80);
-    ASSERT_TRUE(r.SetWnd(second));
+    HWND first = std::exchange(m_window, NewWindow(120, 80));
+    ASSERT_TRUE(r.SetWnd(m_window));
+    DestroyWindow(first);
     EXPECT_EQ(device, r.GetDevice());
     uint32_t w = 0, h = 0;
     ASSERT_EQ(0, r.GetSwapChainSize(&w, &h));
-    EXPECT_EQ(120u, w);
-    EXPECT_EQ(80u, h);
+    EXPECT_EQ(std::make_pair(120u, 80u), std::make_pair(w, h));
     // A zero-sized picture: every plane texture fails to be made, one message each.
     debug.Take();
     EXPECT_TRUE(r.InitInputTextures(0, 0, xop::kFrameI420));
@@ -85,11 +73,8 @@ TEST_F(RendererTest, SetWndReportsFailuresAndMovesToAnotherWindowKeepingTheDevic
     for (const std::string& m : messages) {
         EXPECT_EQ(0u, m.find("[xop::D3D11RenderTexture::InitTexture:101] ID3D11Device::CreateTexture2D() failed, "));
     }
-    Picture empty = SolidYuv(xop::kFrameI420, 0, 0, kBlack);
-    r.UpdateFrame(empty.image);
+    r.UpdateFrame({0, 0, {0, 0, 0}, {nullptr, nullptr, nullptr}, xop::kFrameI420});
     EXPECT_EQ(nullptr, r.m_currentOutput);
-    r.Destroy();
-    DestroyWindow(second);
 }
 
 TEST(Lifecycle, DestroyRepaintsUnlessThePictureIsKept) {
@@ -101,7 +86,6 @@ TEST(Lifecycle, DestroyRepaintsUnlessThePictureIsKept) {
         ShowFrameData record = {};
         record.eraseOnRelease = keep ? 0 : 1;
         ShowPicture(r, white.image, &record);
-        EXPECT_EQ(keep, r.m_keepWindowOnDestroy);
         ASSERT_TRUE(ShowsColour(window, W / 2, H / 2, {255, 255, 255}, 2));
         r.Destroy();
         EXPECT_EQ(nullptr, r.GetDevice());
@@ -123,8 +107,7 @@ namespace {
     HRESULT STDMETHODCALLTYPE name params override { return m_real->name args; }
 class PresentResult final : public IDXGISwapChain {
 public:
-    PresentResult(IDXGISwapChain* real, HRESULT result) : m_real(real), m_result(result) {}
-    ~PresentResult() { m_real->Release(); }
+    PresentResult(IDXGISwapChain* real, HRESULT result) : m_result(result) { m_real.Attach(real); }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
     ULONG STDMETHODCALLTYPE Release() override {
         if (--m_refs) return m_refs;
@@ -149,7 +132,7 @@ public:
     FORWARD(GetLastPresentCount, (UINT* c), (c))
 
 private:
-    IDXGISwapChain* m_real;
+    Microsoft::WRL::ComPtr<IDXGISwapChain> m_real;  // the renderer's reference
     HRESULT m_result;
     ULONG m_refs = 1;
 };
@@ -157,21 +140,17 @@ private:
 
 }  // namespace
 
-TEST(Lifecycle, PresentRecoversOnlyFromDeviceRemoval) {
-    HWND window = NewWindow();
+TEST_F(RendererTest, PresentRecoversOnlyFromDeviceRemoval) {
     for (HRESULT result : {DXGI_ERROR_WAS_STILL_DRAWING, E_FAIL, DXGI_ERROR_DEVICE_HUNG, DXGI_ERROR_DEVICE_REMOVED}) {
         SCOPED_TRACE(testing::Message() << std::hex << result);
-        TestRenderer r;
-        ASSERT_TRUE(r.Init(window));
+        ASSERT_TRUE(r.Init(m_window));  // afresh
         Microsoft::WRL::ComPtr<ID3D11Device> device = r.GetDevice();
         r.m_swapChain = new PresentResult(r.m_swapChain, result);
         r.PresentSwapChain();
         // Only a removed device is replaced, by a new one on the same window.
         EXPECT_EQ(result == DXGI_ERROR_DEVICE_REMOVED, device.Get() != r.GetDevice());
-        EXPECT_NE(nullptr, r.GetDevice());
         uint32_t w = 0, h = 0;
         EXPECT_EQ(0, r.GetSwapChainSize(&w, &h));
         EXPECT_EQ(160u, w);
     }
-    DestroyWindow(window);
 }

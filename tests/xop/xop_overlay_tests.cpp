@@ -10,10 +10,11 @@ using namespace xoptest;
 
 namespace {
 
-OverlayParam Polygon(std::initializer_list<POINT> points, uint32_t color, int width) {
+OverlayParam Polygon(std::initializer_list<POINT> points, uint32_t color, int width, float spacing = 0.0f) {
     OverlayParam p = {};
     p.color = color;
     p.lineWidth = width;
+    p.spacing = spacing;
     for (POINT pt : points) p.points[p.pointCount++] = {pt.x, pt.y};
     return p;
 }
@@ -23,20 +24,16 @@ bool IsBlack(COLORREF c) { return testkit::Near(c, 0, 0, 0, 8); }
 class Overlay : public RendererTest {
 protected:
     // One black frame with `draw` run inside its overlay pass, presented.
-    void PresentWithOverlays(std::function<void(TestRenderer&)> draw) {
-        m_draw = std::move(draw);
-        r.m_drawCallback = [](ShowFrameData*, void* user) {
-            Overlay* self = static_cast<Overlay*>(user);
-            self->m_draw(self->r);
-        };
-        r.m_drawCallbackUser = this;
+    void PresentWithOverlays(std::function<void()> draw) {
+        r.m_drawCallback = [](ShowFrameData*, void* user) { (*static_cast<std::function<void()>*>(user))(); };
+        r.m_drawCallbackUser = &draw;
         ShowFrameData record = {};
         r.BeginFrame();
         Present(r, &record);
         r.m_drawCallback = nullptr;
     }
+    void Hatch(OverlayParam region) { EXPECT_EQ(0, r.InnerOnDrawBlurry(&region)); }
     COLORREF At(int x, int y) { return testkit::ClientPixel(m_window, x, y); }
-    std::function<void(TestRenderer&)> m_draw;
     // The rows of column x that are not black.
     std::vector<int> LitRows(int x) {
         std::vector<int> rows;
@@ -48,7 +45,7 @@ protected:
 }  // namespace
 
 TEST_F(Overlay, LinesTakeColourAndWidthAndOnlyClosedPolylinesTheClosingSide) {
-    PresentWithOverlays([](TestRenderer& r) {
+    PresentWithOverlays([this] {
         OverlayParam red = Polygon({{10, 20}, {150, 20}}, 0xAB0000FFu, 4);  // top byte ignored
         OverlayParam green = Polygon({{10, 60}, {150, 60}}, 0x0000FF00u, 0);  // width 0 draws 2.0
         OverlayParam closed = Polygon({{10, 110}, {40, 80}, {70, 110}}, 0x00FF0000u, 2);
@@ -65,15 +62,11 @@ TEST_F(Overlay, LinesTakeColourAndWidthAndOnlyClosedPolylinesTheClosingSide) {
 }
 
 TEST_F(Overlay, HatchDrawsScanLinesInsideTheRegion) {
-    PresentWithOverlays([](TestRenderer& r) {
-        OverlayParam square = Polygon({{10, 10}, {110, 10}, {110, 110}, {10, 110}}, 0x00FFFFFFu, 1);
-        square.spacing = 0.0f;  // 10
-        EXPECT_EQ(0, r.InnerOnDrawBlurry(&square));
-        OverlayParam solid = Polygon({{120, 20}, {150, 20}, {150, 100}, {120, 100}}, 0x0000FFFFu, 2);
-        solid.spacing = 2.0f;  // not above the stroke: covers solidly
-        EXPECT_EQ(0, r.InnerOnDrawBlurry(&solid));
-        OverlayParam flat = Polygon({{120, 0}, {150, 0}, {135, 0}}, 0x00FFFFFFu, 2);  // all y 0: nothing
-        EXPECT_EQ(0, r.InnerOnDrawBlurry(&flat));
+    PresentWithOverlays([this] {
+        Hatch(Polygon({{10, 10}, {110, 10}, {110, 110}, {10, 110}}, 0x00FFFFFFu, 1, 0.0f));  // spacing 0: 10
+        // A spacing not above the stroke covers solidly; a region with all y 0 draws nothing.
+        Hatch(Polygon({{120, 20}, {150, 20}, {150, 100}, {120, 100}}, 0x0000FFFFu, 2, 2.0f));
+        Hatch(Polygon({{120, 0}, {150, 0}, {135, 0}}, 0x00FFFFFFu, 2));
     });
     ASSERT_TRUE(Shows(60, 10, {255, 255, 255}, 2));
     EXPECT_EQ((std::vector<int>{10, 20, 30, 40, 50, 60, 70, 80, 90, 100}), LitRows(60));
@@ -87,13 +80,9 @@ TEST_F(Overlay, HatchFarLargerThanTheWindowDrawsWhatTheWindowShows) {
     // Regions two billion units tall, one with a stroke wider than everything: both come back (line by
     // line they would take hours) and show exactly their part inside the window.
     constexpr int kFar = 2000000000;
-    PresentWithOverlays([](TestRenderer& r) {
-        OverlayParam band = Polygon({{20, -kFar}, {60, -kFar}, {60, kFar}, {20, kFar}}, 0x00FFFFFFu, 2);
-        band.spacing = 10.0f;
-        EXPECT_EQ(0, r.InnerOnDrawBlurry(&band));
-        OverlayParam wide = Polygon({{100, -kFar}, {kFar, -kFar}, {kFar, kFar}, {100, kFar}}, 0x0000FF00u, kFar);
-        wide.spacing = 503.0f;
-        EXPECT_EQ(0, r.InnerOnDrawBlurry(&wide));
+    PresentWithOverlays([this] {
+        Hatch(Polygon({{20, -kFar}, {60, -kFar}, {60, kFar}, {20, kFar}}, 0x00FFFFFFu, 2, 10.0f));
+        Hatch(Polygon({{100, -kFar}, {kFar, -kFar}, {kFar, kFar}, {100, kFar}}, 0x0000FF00u, kFar, 503.0f));
     });
     ASSERT_TRUE(Shows(130, 60, {0, 255, 0}, 2));
     // Scan lines at y = 0, 10, ... 120 (the scan keeps its phase), 2 wide.
@@ -108,7 +97,7 @@ TEST_F(Overlay, TextStaysInsideItsLayoutBox) {
     DebugCapture debug;
     for (int fontType : {0, 1}) {  // "Times New Roman", the CJK family
         SCOPED_TRACE(fontType);
-        auto drawText = [fontType](TestRenderer& r) {
+        auto drawText = [this, fontType] {
             OverlayParam text = Polygon({{20, 30}, {150, 90}}, 0x00FFFFFFu, 40);
             text.fontType = fontType;
             strcpy(text.text, "HH");
@@ -153,6 +142,6 @@ TEST_F(Overlay, Utf8TextIsConvertedThroughTheAnsiCodePage) {
     OverlayParam text = Polygon({{10, 10}, {150, 60}}, 0x00FFFFFFu, 20);
     strcpy(text.text, "caf\xc3\xa9");
     text.charset = 2;
-    PresentWithOverlays([&text](TestRenderer& r) { EXPECT_EQ(0, r.InnerOnDrawText(&text)); });
+    PresentWithOverlays([&] { EXPECT_EQ(0, r.InnerOnDrawText(&text)); });
     EXPECT_STREQ("caf\xe9", text.text);
 }

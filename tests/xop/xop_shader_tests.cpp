@@ -1,8 +1,8 @@
 // The embedded shaders: shader model 4 DXBC containers whose checksum Windows would accept (Wine
 // does not check it). A shader the device refuses is logged by Init, which the life-cycle suite checks.
 #include <gtest/gtest.h>
+#include <windows.h>
 
-#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -16,48 +16,30 @@ uint32_t U32(const uint8_t* p) {
     return v;
 }
 
-// MD5 compression function (RFC 1321) on one 64-byte block.
-void Md5Block(uint32_t s[4], const uint8_t* block) {
-    static const int kShift[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
-    uint32_t a = s[0], b = s[1], c = s[2], d = s[3];
-    for (int i = 0; i < 64; ++i) {
-        const int round = i / 16;
-        const uint32_t f = round == 0 ? (b & c) | (~b & d) : round == 1 ? (d & b) | (~d & c) : round == 2 ? b ^ c ^ d
-                                                                                                     : c ^ (b | ~d);
-        const int g = round == 0 ? i : round == 1 ? (5 * i + 1) % 16 : round == 2 ? (3 * i + 5) % 16 : (7 * i) % 16;
-        const uint32_t k = static_cast<uint32_t>(std::fabs(std::sin(i + 1.0)) * 4294967296.0);  // RFC 1321's table
-        const uint32_t x = a + f + k + U32(block + 4 * g);
-        const int r = kShift[round][i % 4];
-        a = d;
-        d = c;
-        c = b;
-        b += (x << r) | (x >> (32 - r));
-    }
-    s[0] += a, s[1] += b, s[2] += c, s[3] += d;
-}
+// advapi32's MD5 (its MD5_CTX). MD5Update runs the compression function on each whole 64-byte block at
+// once, so after whole blocks `state` is the bare MD5 state, without the standard final block.
+struct Md5Context {
+    ULONG count[2], state[4];
+    unsigned char in[64], digest[16];
+};
+extern "C" void WINAPI MD5Init(Md5Context* context);
+extern "C" void WINAPI MD5Update(Md5Context* context, const unsigned char* data, unsigned int size);
 
-// The container checksum: MD5 over everything after the 20-byte header, with DXBC's own final block
-// (bit count first, bits/4 | 1 last), against the one stored after the magic.
+// The container checksum: MD5 over everything after the 20-byte header, with DXBC's own final block (bit count
+// first, ahead of the rest of the data, or alone in an extra block; bits/4 | 1 last), against the stored one.
 bool ChecksumMatches(const uint8_t* data, uint32_t size) {
-    uint32_t s[4] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
-    const uint8_t* p = data + 20;
-    const uint32_t length = size - 20, bits = length * 8, full = length / 64, rest = length % 64;
-    for (uint32_t i = 0; i < full; ++i) Md5Block(s, p + i * 64);
-    uint8_t last[64] = {};
-    const uint32_t tail = (bits >> 2) | 1;
-    if (rest >= 56) {
-        memcpy(last, p + full * 64, rest);
-        last[rest] = 0x80;
-        Md5Block(s, last);
-        memset(last, 0, sizeof(last));
-    } else {
-        memcpy(last + 4, p + full * 64, rest);
-        last[4 + rest] = 0x80;
-    }
-    memcpy(last, &bits, 4);
-    memcpy(last + 60, &tail, 4);
-    Md5Block(s, last);
-    return memcmp(s, data + 4, 16) == 0;
+    const uint32_t rest = (size - 20) % 64, bits = (size - 20) * 8, tail = (bits >> 2) | 1;
+    std::vector<uint8_t> m(data + 20, data + size - rest);
+    m.resize(m.size() + (rest < 56 ? 4 : 0));
+    m.insert(m.end(), data + size - rest, data + size);
+    m.push_back(0x80);
+    m.resize((m.size() + 63) / 64 * 64 + (rest < 56 ? 0 : 64));
+    memcpy(&m[m.size() - 64], &bits, 4);
+    memcpy(&m[m.size() - 4], &tail, 4);
+    Md5Context md5;
+    MD5Init(&md5);
+    MD5Update(&md5, m.data(), static_cast<unsigned int>(m.size()));
+    return memcmp(md5.state, data + 4, 16) == 0;
 }
 
 }  // namespace

@@ -13,34 +13,32 @@
 
 #include "testkit/testkit.h"
 #include "xop/D3D11Renderer.h"
+#include "xop/ScopedMap.h"
 #include "xop/XopDebug.h"
 
 namespace xoptest {
 
-using testkit::Rgb;
-using testkit::Yuv;
+using testkit::Rgb, testkit::Yuv;
 
 constexpr int W = 160, H = 120;  // window and picture size of the fixture
 const Yuv kBlack = {16, 128, 128}, kRed = {81, 90, 240}, kBlue = {41, 240, 110};
 
-inline std::vector<std::string> g_debugMessages;
-
 // Collects every debug message while alive.
 struct DebugCapture {
-    DebugCapture() { xop::SetDebugSink([](const char* message) { g_debugMessages.emplace_back(message); }); }
-    ~DebugCapture() { xop::SetDebugSink(nullptr); g_debugMessages.clear(); }
-    std::vector<std::string> Take() { return std::exchange(g_debugMessages, {}); }
+    static inline std::vector<std::string> messages;
+    DebugCapture() { xop::SetDebugSink([](const char* message) { messages.emplace_back(message); }); }
+    ~DebugCapture() { xop::SetDebugSink(nullptr); messages.clear(); }
+    std::vector<std::string> Take() { return std::exchange(messages, {}); }
 };
 
 class TestRenderer : public xop::D3D11Renderer {
 public:
     using D3D11Renderer::DrawPass, D3D11Renderer::Input, D3D11Renderer::Output, D3D11Renderer::m_currentOutput;
     using D3D11Renderer::m_d2dRenderTarget, D3D11Renderer::m_drawCallback, D3D11Renderer::m_drawCallbackUser;
-    using D3D11Renderer::m_frameFormat, D3D11Renderer::m_keepWindowOnDestroy, D3D11Renderer::m_linearSampler;
-    using D3D11Renderer::m_outputTextures, D3D11Renderer::m_pointSampler, D3D11Renderer::m_swapChain;
+    using D3D11Renderer::m_frameFormat, D3D11Renderer::m_linearSampler, D3D11Renderer::m_outputTextures;
+    using D3D11Renderer::m_swapChain;
 };
 
-// A CPU picture together with its plane storage.
 struct Picture {
     xop::FrameImage image;
     std::vector<uint8_t> planes[3];
@@ -49,18 +47,16 @@ struct Picture {
 // Planar YUV (format 2 or 4) of one colour; `pad` extra bytes per line filled with `padValue`.
 inline Picture SolidYuv(int format, int w, int h, Yuv c, int pad = 0, uint8_t padValue = 0) {
     Picture p;
-    const int cw = format == xop::kFrameI420 ? (w + 1) / 2 : w, ch = format == xop::kFrameI420 ? (h + 1) / 2 : h;
-    const int widths[3] = {w, cw, cw}, heights[3] = {h, ch, ch}, values[3] = {c.y, c.u, c.v};
+    p.image = {w, h, {}, {}, format};
+    const int values[3] = {c.y, c.u, c.v};
     for (int i = 0; i < 3; ++i) {
-        const int line = widths[i] + pad;
-        p.planes[i].assign(static_cast<size_t>(line) * heights[i], padValue);
-        for (int row = 0; row < heights[i]; ++row) memset(&p.planes[i][size_t(row) * line], values[i], widths[i]);
+        const bool half = i && format == xop::kFrameI420;
+        const int pw = half ? (w + 1) / 2 : w, ph = half ? (h + 1) / 2 : h, line = pw + pad;
+        p.planes[i].assign(static_cast<size_t>(line) * ph, padValue);
+        for (int row = 0; row < ph; ++row) memset(&p.planes[i][size_t(row) * line], values[i], pw);
         p.image.linesize[i] = line;
         p.image.data[i] = p.planes[i].data();
     }
-    p.image.width = w;
-    p.image.height = h;
-    p.image.format = format;
     return p;
 }
 
@@ -69,37 +65,15 @@ template <class F>
 Picture Bgra(int w, int h, F pixel) {
     Picture p;
     p.planes[0].resize(static_cast<size_t>(w) * h * 4);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const uint32_t c = pixel(x, y);
-            memcpy(&p.planes[0][(static_cast<size_t>(y) * w + x) * 4], &c, 4);
-        }
+    for (int i = 0; i < w * h; ++i) {
+        const uint32_t c = pixel(i % w, i / w);
+        memcpy(&p.planes[0][size_t(i) * 4], &c, 4);
+    }
     p.image = {w, h, {w * 4, 0, 0}, {p.planes[0].data(), nullptr, nullptr}, xop::kFrameBgra};
     return p;
 }
 
 inline int Channel(uint32_t argb, int shift) { return static_cast<int>((argb >> shift) & 0xFF); }
-
-// 0xAARRGGBB of texel (x, y) of a BGRA texture, read through a staging copy.
-inline uint32_t ReadTexel(ID3D11Device* device, ID3D11Texture2D* texture, int x, int y) {
-    D3D11_TEXTURE2D_DESC desc;
-    texture->GetDesc(&desc);
-    desc.Usage = D3D11_USAGE_STAGING;
-    desc.BindFlags = desc.MiscFlags = 0;
-    desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
-    Microsoft::WRL::ComPtr<ID3D11Texture2D> staging;
-    Microsoft::WRL::ComPtr<ID3D11DeviceContext> context;
-    if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return 0xDEADBEEF;
-    device->GetImmediateContext(&context);
-    context->CopyResource(staging.Get(), texture);
-    uint32_t texel = 0xDEADBEEF;
-    D3D11_MAPPED_SUBRESOURCE mapped;
-    if (SUCCEEDED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &mapped))) {
-        memcpy(&texel, static_cast<uint8_t*>(mapped.pData) + size_t(y) * mapped.RowPitch + x * 4, 4);
-        context->Unmap(staging.Get(), 0);
-    }
-    return texel;
-}
 
 // Waits until the client pixel is near `c`.
 inline bool ShowsColour(HWND window, int x, int y, Rgb c, int tolerance = 4) {
@@ -116,13 +90,11 @@ inline void Present(TestRenderer& r, const ShowFrameData* record = nullptr) {
 
 // One picture through the frame steps, as the render front drives them.
 inline void ShowPicture(TestRenderer& r, const xop::FrameImage& image, const ShowFrameData* record = nullptr) {
-    testkit::PumpMessages();
     r.EnsureInputTextures(image.width, image.height, image.format);
     r.BeginFrame();
     r.UpdateFrame(image);
     r.ApplySharpen();
-    r.PresentOutput(record);
-    r.PresentSwapChain();
+    Present(r, record);
 }
 
 // A window of w x h at the next free place on screen.
@@ -141,7 +113,22 @@ protected:
         r.Destroy();
         DestroyWindow(m_window);
     }
-    uint32_t OutputTexel(int x, int y) { return ReadTexel(r.GetDevice(), r.m_currentOutput->GetTexture(), x, y); }
+    // 0xAARRGGBB of texel (x, y) of a BGRA texture (the current output unless given), through a staging copy.
+    uint32_t Texel(int x, int y, ID3D11Texture2D* texture = nullptr) {
+        if (!texture) texture = r.m_currentOutput->GetTexture();
+        D3D11_TEXTURE2D_DESC d;
+        texture->GetDesc(&d);
+        d = xop::TextureDesc(d.Width, d.Height, d.Format, D3D11_USAGE_STAGING, 0, D3D11_CPU_ACCESS_READ);
+        Microsoft::WRL::ComPtr<ID3D11Texture2D> staging;
+        Microsoft::WRL::ComPtr<ID3D11DeviceContext> context;
+        if (FAILED(r.GetDevice()->CreateTexture2D(&d, nullptr, &staging))) return 0xDEADBEEF;
+        r.GetDevice()->GetImmediateContext(&context);
+        context->CopyResource(staging.Get(), texture);
+        xop::ScopedMap map(context.Get(), staging.Get(), D3D11_MAP_READ);
+        uint32_t texel = 0xDEADBEEF;
+        if (map.Mapped()) memcpy(&texel, map.Data() + size_t(y) * map.RowPitch() + x * 4, 4);
+        return texel;
+    }
     bool Shows(int x, int y, Rgb c, int tolerance = 4) { return ShowsColour(m_window, x, y, c, tolerance); }
 
     HWND m_window = nullptr;
