@@ -32,7 +32,12 @@ inline std::string ScreenFault(HWND wnd, int x, int y, Rgb want, int tolerance =
 
 // A slice of a decoder-shaped texture array as QuillonRenderShowFrame takes it.
 inline ShowFrameData Slice(ID3D11Texture2D* texture, UINT slice, int w, int h) {
-    return ShowFrameData{nullptr, {}, w, h, texture, 0, {}, 0, {}, slice};
+    ShowFrameData f = {};
+    f.texture = texture;
+    f.arraySlice = slice;
+    f.width = w;
+    f.height = h;
+    return f;
 }
 
 class Render : public testkit::RecordingTest {
@@ -71,7 +76,10 @@ protected:
     }
     // Runs the message loop a moment, as a host does between making a window and drawing.
     static void Settle() {
-        for (int i = 0; i < 20; ++i, Sleep(10)) testkit::PumpMessages();
+        for (int i = 0; i < 20; ++i) {
+            testkit::PumpMessages();
+            Sleep(10);
+        }
     }
 
     static void ResizeClient(HWND wnd, int w, int h) {

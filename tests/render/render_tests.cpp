@@ -128,7 +128,7 @@ TEST_F(Render, CpuPicturesFollowTheWindowAndShortRecordsTakeTheCpuPath) {
         EXPECT_EQ(TakeVelmorCalls(), c.y != 81 ? Calls{}
                                                : ErrorRecord("common/QuillonCommonFun.cpp", "IsEqualRectSize", 59,
                                                              "CHECK_UNEQUAL_RETURN"));
-        EXPECT_EQ(ShowsYuv(wnd, 80, 60, c), "");
+        EXPECT_EQ(ShowsYuv(wnd, 80, 60, c, [&] { Show(h, CpuFrame(picture, 64, 48)); }), "");
     }
     EXPECT_EQ(ShowsYuv(wnd, 3, 3, {180, 60, 200}), "");  // the picture fills the window
     EXPECT_EQ(ShowsYuv(wnd, 160, 120, {180, 60, 200}), "");

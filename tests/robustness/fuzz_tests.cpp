@@ -20,7 +20,6 @@ namespace {
 constexpr int kCalls = 100000, kMaxLiveRenders = 3, kMaxDecoders = 6, kPictureSide = 96;
 using Results = std::vector<int>;
 
-
 struct Fuzzer {
     Fuzzer(QuillonSdkApi& sdk, uint64_t seed) : m_sdk(sdk), m_rng(seed)
     {
@@ -75,7 +74,12 @@ struct Fuzzer {
     {
         switch (Below(4)) {
         case 0: return nullptr;
-        case 1: return reinterpret_cast<HWND>(static_cast<uintptr_t>(0x10000 + Below(0x10000)));
+        case 1: {  // not a window of any process (Wine's desktop window, for one, is in that range)
+            HWND none;
+            do none = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x10000 + Below(0x10000)));
+            while (IsWindow(none));
+            return none;
+        }
         }
         if (!testkit::OnNv12Stack() || !IsLive(render)) return m_windows[Below(2)];
         m_windows.push_back(testkit::CreateTestWindow(360 + Below(400), Below(300), 40 + Below(120), 30 + Below(90),
