@@ -27,8 +27,7 @@ std::atomic<int> g_ready{0};         // threads whose last picture is up
 std::atomic<int> g_emptyClients{0};  // resizes to 0 x 0 that left no client area
 std::atomic<bool> g_checked{false};  // the screen has been read
 
-void Expect(bool ok, int tile, const std::string& what)
-{
+void Expect(bool ok, int tile, const std::string& what) {
     if (ok) return;
     std::lock_guard<std::mutex> guard(g_faultsLock);
     if (g_faults.size() < 20) g_faults.push_back("tile " + std::to_string(tile) + ": " + what);
@@ -60,22 +59,18 @@ struct Tile {
     HWND window = nullptr, spare = nullptr;  // the spare is another window the render object visits
 
     // One call under the shared lock, its result checked.
-    void Do(const char* what, const std::function<int()>& call, int want = 0)
-    {
+    void Do(const char* what, const std::function<int()>& call, int want = 0) {
         const int r = g_calls.Shared(call);
         Expect(r == want, index, std::string(what) + " gave " + std::to_string(r));
     }
     template <typename T>
-    void Config(unsigned command, T payload)
-    {
+    void Config(unsigned command, T payload) {
         Do("QuillonRenderConfig", [&] { return sdk->QuillonRenderConfig(render, command, &payload, sizeof(T)); });
     }
-    void Show(ShowFrameData f)
-    {
+    void Show(ShowFrameData f) {
         Do("QuillonRenderShowFrame", [&] { return sdk->QuillonRenderShowFrame(render, &f, sizeof(f)); });
     }
-    void Resize(int w, int h)
-    {
+    void Resize(int w, int h) {
         SetWindowPos(window, nullptr, 0, 0, w, h, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
         testkit::PumpMessages();
     }
@@ -84,8 +79,7 @@ struct Tile {
 
 // The tile's overlay, issued from inside the callback (under the lock its
 // ShowFrame holds): a white line along the top, a text and a hatched region.
-void QUILLON_CALL DrawTileOverlay(ShowFrameData* frame, void* user)
-{
+void QUILLON_CALL DrawTileOverlay(ShowFrameData* frame, void* user) {
     Tile* t = static_cast<Tile*>(user);
     Expect(frame && GetCurrentThreadId() == t->threadId, t->index, "callback without frame or on another thread");
     OverlayParam line = {0, 0xFFFFFF, 2, 2, {{0, 4}, {kTileW, 4}}, "", 0.0f, 0, 0, {}};
@@ -102,8 +96,7 @@ void QUILLON_CALL DrawTileOverlay(ShowFrameData* frame, void* user)
     }
 }
 
-void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline)
-{
+void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline) {
     index = tile;
     sdk = api;
     threadId = GetCurrentThreadId();
@@ -205,8 +198,7 @@ void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline)
     DestroyWindow(spare);
 }
 
-TEST(Concurrency, HostThreadsEachDrivingATileKeepEveryResultPictureAndRecordWhole)
-{
+TEST(Concurrency, HostThreadsEachDrivingATileKeepEveryResultPictureAndRecordWhole) {
     StagedSdk sdk("robust_concurrency", testkit::kFfmpegDouble);
     ASSERT_TRUE(sdk.bound);
     ASSERT_EQ(0, sdk.api.QuillonStartup());

@@ -21,15 +21,13 @@ constexpr int kCalls = 100000, kMaxLiveRenders = 3, kMaxDecoders = 6, kPictureSi
 using Results = std::vector<int>;
 
 struct Fuzzer {
-    Fuzzer(QuillonSdkApi& sdk, uint64_t seed) : m_sdk(sdk), m_rng(seed)
-    {
+    Fuzzer(QuillonSdkApi& sdk, uint64_t seed) : m_sdk(sdk), m_rng(seed) {
         m_windows = {testkit::CreateTestWindow(0, 0, 160, 120, "fuzz A"),
                      testkit::CreateTestWindow(200, 0, 120, 90, "fuzz B")};
         m_noAccess = static_cast<uint8_t*>(VirtualAlloc(nullptr, 65536, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS));
         Randomise(m_picture.data(), m_picture.size());
     }
-    ~Fuzzer()
-    {
+    ~Fuzzer() {
         for (void* h : m_live) m_sdk.QuillonRenderRelease(h);
         for (HWND w : m_windows) DestroyWindow(w);
         VirtualFree(m_noAccess, 0, MEM_RELEASE);
@@ -40,14 +38,12 @@ struct Fuzzer {
     void* Pick(const std::vector<void*>& v) { return v[Below(static_cast<uint32_t>(v.size()))]; }
     bool IsLive(void* h) const { return std::count(m_live.begin(), m_live.end(), h) != 0; }
     bool IsDecoder(void* h) const { return std::count(m_decoders.begin(), m_decoders.end(), h) != 0; }
-    void Randomise(void* p, size_t n)
-    {
+    void Randomise(void* p, size_t n) {
         for (size_t i = 0; i < n; ++i) static_cast<uint8_t*>(p)[i] = static_cast<uint8_t>(m_rng());
     }
 
     // One of `mine` (`validPercent` of the time), a released render object's, the other family's, null or none.
-    void* Handle(const std::vector<void*>& mine, const std::vector<void*>& other, int validPercent)
-    {
+    void* Handle(const std::vector<void*>& mine, const std::vector<void*>& other, int validPercent) {
         if (!mine.empty() && Chance(validPercent)) return Pick(mine);
         switch (Below(5)) {
         case 0: if (!other.empty()) return Pick(other); break;
@@ -61,8 +57,7 @@ struct Fuzzer {
     void* DecoderHandle(int validPercent) { return Handle(m_decoders, m_live, validPercent); }
 
     // Zero, negative, huge, short, exact or longer than the record.
-    int Length(int fullSize)
-    {
+    int Length(int fullSize) {
         const int kinds[6] = {0, -1 - Below(0x7FFFFFFF), 0x7FFFFFFF - Below(16), Below(fullSize),
                               fullSize + Below(64), fullSize};
         return kinds[std::min(Below(7), 5)];
@@ -70,8 +65,7 @@ struct Fuzzer {
 
     // None, one that does not exist, or one of the test's. Lavapipe (stack 2) aborts on two swap chains on
     // one window, also a new one on its predecessor's: there a live render object gets a new window each time.
-    HWND Window(void* render)
-    {
+    HWND Window(void* render) {
         switch (Below(4)) {
         case 0: return nullptr;
         case 1: {  // not a window of any process (Wine's desktop window, for one, is in that range)
@@ -87,15 +81,13 @@ struct Fuzzer {
         return m_windows.back();
     }
 
-    void Expect(const char* call, int result, const Results& allowed)
-    {
+    void Expect(const char* call, int result, const Results& allowed) {
         ++m_counts[call];
         if (std::find(allowed.begin(), allowed.end(), result) == allowed.end() && ++m_failures <= 20)
             ADD_FAILURE() << call << " returned " << result;
     }
 
-    void Create(bool render)
-    {
+    void Create(bool render) {
         void* reserved = reinterpret_cast<void*>(m_rng());
         const unsigned size = static_cast<unsigned>(m_rng());
         void* h = render ? m_sdk.QuillonRenderCreate(reserved, size) : m_sdk.QuillonDecoderCreate(reserved, size);
@@ -108,8 +100,7 @@ struct Fuzzer {
         if (static_cast<int>(m_live.size()) > kMaxLiveRenders) Release(m_live.front());
     }
 
-    void Release(void* h)
-    {
+    void Release(void* h) {
         const bool live = IsLive(h);
         Expect("QuillonRenderRelease", m_sdk.QuillonRenderRelease(h), {live ? 1 : -1});
         if (!live) return;
@@ -118,8 +109,7 @@ struct Fuzzer {
         if (h == m_deviceOwner) m_rendererDevice = m_deviceOwner = nullptr;
     }
 
-    void InitDevice(void* h)
-    {
+    void InitDevice(void* h) {
         RenderInitParam init;
         Randomise(&init, sizeof(init));
         init.hWnd = Window(h);
@@ -134,8 +124,7 @@ struct Fuzzer {
         }
     }
 
-    void ShowFrame(void* h)
-    {
+    void ShowFrame(void* h) {
         ShowFrameData frame;
         Randomise(&frame, sizeof(frame));
         frame.texture = nullptr;  // the hardware path would call through it
@@ -150,8 +139,7 @@ struct Fuzzer {
         Expect("QuillonRenderShowFrame", r, IsLive(h) ? Results{0, -1, -101, -200} : Results{-1});
     }
 
-    void Config(void* h, int command)
-    {
+    void Config(void* h, int command) {
         alignas(8) uint8_t payload[512];
         Randomise(payload, sizeof(payload));
         if (command == QUILLON_CMD_TEXTURE2D_TO_NV12) {
@@ -172,8 +160,7 @@ struct Fuzzer {
         Expect("QuillonRenderConfig", r, {!IsLive(h) || (nullData && command >= 0 && command <= 6) ? -1 : 0});
     }
 
-    void DecoderInitial(void* h)
-    {
+    void DecoderInitial(void* h) {
         static const int kModes[] = {21, 22, 23, 0, -1, 24, 20, 0x7FFFFFFF};
         static const int kSizes[] = {0, -16, 1, 64, 320, 1920, 1088, 4096, 8192, 0x7FFFFFFF};
         CreateNeed need;
@@ -188,8 +175,7 @@ struct Fuzzer {
                !IsDecoder(h) ? Results{-1} : nullNeed || nullExt ? Results{-404} : Results{0, -428, -1});
     }
 
-    void Decode(void* h)
-    {
+    void Decode(void* h) {
         alignas(8) uint8_t buffer[2048], surface[512];
         Randomise(buffer, sizeof(buffer));
         Randomise(surface, sizeof(surface));
@@ -205,8 +191,7 @@ struct Fuzzer {
                !IsDecoder(h) ? Results{-1} : nullFrame || nullOut ? Results{-404} : Results{0, -1});
     }
 
-    void Step()
-    {
+    void Step() {
         // Devices and swap chains are slow to make: live handles reach InitDevice and SetWnd rarely.
         void* h = nullptr;
         uint8_t info[16];
@@ -253,8 +238,7 @@ struct Fuzzer {
     int m_failures = 0;
 };
 
-TEST(InterfaceFuzzing, EveryResultIsOneTheInterfaceAllows)
-{
+TEST(InterfaceFuzzing, EveryResultIsOneTheInterfaceAllows) {
     // QUILLON_FUZZ_SEED=random (or a number) explores beyond the fixed seed.
     uint64_t seed = 20261122;
     if (const char* s = getenv("QUILLON_FUZZ_SEED"))

@@ -22,8 +22,7 @@ std::atomic<int> g_failures{0};  // calls that did not give their one right resu
 
 void Check(bool ok) { g_failures += !ok; }
 
-void Cycle(QuillonSdkApi& sdk, HWND window, ShowFrameData show)
-{
+void Cycle(QuillonSdkApi& sdk, HWND window, ShowFrameData show) {
     QuillonRenderHandle render = g_calls.Exclusive([&] { return sdk.QuillonRenderCreate(nullptr, 0); });
     RenderInitParam init = {};
     init.hWnd = window;
@@ -41,8 +40,7 @@ void Cycle(QuillonSdkApi& sdk, HWND window, ShowFrameData show)
     testkit::PumpMessages();
 }
 
-void RunCycles(QuillonSdkApi& sdk, int cycles)
-{
+void RunCycles(QuillonSdkApi& sdk, int cycles) {
     auto host = [&sdk, cycles](int t) {
         HWND window = testkit::CreateTestWindow(40 + t * 100, 40, kW, kH);
         std::vector<uint8_t> picture = SolidI420(kW, kH, 145, 54, 34);
@@ -54,8 +52,7 @@ void RunCycles(QuillonSdkApi& sdk, int cycles)
     other.join();
 }
 
-TEST(Soak, LivesOfRenderAndDecoderKeepMemoryFlat)
-{
+TEST(Soak, LivesOfRenderAndDecoderKeepMemoryFlat) {
     const int cycles = getenv("QUILLON_SOAK_CYCLES") ? atoi(getenv("QUILLON_SOAK_CYCLES")) : kCycles;
     StagedSdk sdk("robust_soak", testkit::kFfmpegDouble);
     ASSERT_TRUE(sdk.bound);
