@@ -23,7 +23,9 @@ using Results = std::vector<int>;
 struct Fuzzer {
     Fuzzer(QuillonSdkApi& sdk, uint64_t seed) : m_sdk(sdk), m_rng(seed) {
         m_windows = {testkit::CreateTestWindow(0, 0, 160, 120, "fuzz A"),
-                     testkit::CreateTestWindow(200, 0, 120, 90, "fuzz B")};
+                     testkit::CreateTestWindow(200, 0, 120, 90, "fuzz B"),
+                     testkit::CreateTestWindow(360, 0, 100, 80, "fuzz C"),
+                     testkit::CreateTestWindow(500, 0, 140, 100, "fuzz D")};
         m_noAccess = static_cast<uint8_t*>(VirtualAlloc(nullptr, 65536, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS));
         Randomise(m_picture.data(), m_picture.size());
     }
@@ -63,9 +65,11 @@ struct Fuzzer {
         return kinds[std::min(Below(7), 5)];
     }
 
-    // None, one that does not exist, or one of the test's. Lavapipe (stack 2) aborts on two swap chains on
-    // one window, also a new one on its predecessor's: there a live render object gets a new window each time.
-    HWND Window(void* render) {
+    // None, one that is no window, or one of the test's that no live render object is on (more windows than
+    // live render objects). Two swap chains on one window, also a new one on its predecessor's, make lavapipe
+    // (stack 2) abort, and now and then make Wine 8's GL presentation (stack 1) send the X server a put-image it
+    // refuses, which ends the process.
+    HWND Window() {
         switch (Below(4)) {
         case 0: return nullptr;
         case 1: {  // not a window of any process (Wine's desktop window, for one, is in that range)
@@ -75,10 +79,11 @@ struct Fuzzer {
             return none;
         }
         }
-        if (!testkit::OnNv12Stack() || !IsLive(render)) return m_windows[Below(2)];
-        m_windows.push_back(testkit::CreateTestWindow(360 + Below(400), Below(300), 40 + Below(120), 30 + Below(90),
-                                                      "fuzz own"));
-        return m_windows.back();
+        std::vector<HWND> free;
+        for (HWND w : m_windows)
+            if (std::none_of(m_windowOf.begin(), m_windowOf.end(), [w](const auto& on) { return on.second == w; }))
+                free.push_back(w);
+        return free[Below(static_cast<uint32_t>(free.size()))];
     }
 
     void Expect(const char* call, int result, const Results& allowed) {
@@ -105,6 +110,7 @@ struct Fuzzer {
         Expect("QuillonRenderRelease", m_sdk.QuillonRenderRelease(h), {live ? 1 : -1});
         if (!live) return;
         m_live.erase(std::find(m_live.begin(), m_live.end(), h));
+        m_windowOf.erase(h);
         m_released.push_back(h);
         if (h == m_deviceOwner) m_rendererDevice = m_deviceOwner = nullptr;
     }
@@ -112,12 +118,14 @@ struct Fuzzer {
     void InitDevice(void* h) {
         RenderInitParam init;
         Randomise(&init, sizeof(init));
-        init.hWnd = Window(h);
+        const int length = Length(sizeof(init));
+        init.hWnd = length < 8 ? nullptr : Window();  // in Wine a handle cut short may name another window
         const bool nullRecord = Chance(10);
-        const int r = m_sdk.QuillonRenderInitDevice(h, nullRecord ? nullptr : &init, Length(sizeof(init)));
+        const int r = m_sdk.QuillonRenderInitDevice(h, nullRecord ? nullptr : &init, length);
         Expect("QuillonRenderInitDevice", r, !IsLive(h) ? Results{-1} : nullRecord ? Results{-101} : Results{0, -1});
         // The device handed to decoders lives as long as its owner's device.
         if (h == m_deviceOwner) m_rendererDevice = m_deviceOwner = nullptr;
+        if (IsLive(h) && !nullRecord) m_windowOf[h] = r == 0 ? init.hWnd : nullptr;
         if (IsLive(h) && r == 0 && !nullRecord && init.device) {
             m_rendererDevice = init.device;
             m_deviceOwner = h;
@@ -215,10 +223,14 @@ struct Fuzzer {
             Expect("QuillonRenderGetDrawInfo", r, {!IsLive(h) ? -1 : nullData ? -101 : 0});
             break;
         }
-        case 10:
+        case 10: {
             h = RenderHandle(3);
-            Expect("QuillonRenderSetWnd", m_sdk.QuillonRenderSetWnd(h, Window(h)), {IsLive(h) ? 0 : -1, -1});
+            HWND window = Window();
+            const int r = m_sdk.QuillonRenderSetWnd(h, window);
+            Expect("QuillonRenderSetWnd", r, {IsLive(h) ? 0 : -1, -1});
+            if (IsLive(h)) m_windowOf[h] = r == 0 ? window : nullptr;
             break;
+        }
         case 11: Config(RenderHandle(60), Chance(3) ? static_cast<int>(m_rng()) : Below(9) - 1); break;
         default: Release(RenderHandle(2)); break;
         }
@@ -228,6 +240,7 @@ struct Fuzzer {
     QuillonSdkApi& m_sdk;
     std::mt19937_64 m_rng;
     std::vector<HWND> m_windows;
+    std::map<void*, HWND> m_windowOf;  // the window each live render object draws on
     uint8_t* m_noAccess = nullptr;
     std::vector<uint8_t> m_picture = std::vector<uint8_t>((kPictureSide + 64) * kPictureSide * 2);
     std::vector<void*> m_live, m_released, m_decoders;  // render objects alive and released; decoders
