@@ -186,11 +186,12 @@ void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline) {
     Show(last);
     Show(last);
     ++g_ready;
-    // The Vulkan stack may show a new swap chain's picture only after a later present.
+    // A picture presented right after its swap chain was re-made may reach the screen only after a later
+    // present (the Vulkan stack; now and then Wine 8 after a storm of resizes): shown again until it is read.
     for (int k = 0; !g_checked; ++k) {
         testkit::PumpMessages();
         Sleep(50);
-        if (testkit::OnNv12Stack() && k % 4 == 3) Show(last);
+        if (k % 4 == 3) Show(last);
     }
     Expect(g_calls.Exclusive([&] { return sdk->QuillonDecoderRelease(decoder); }) == 0, index, "decoder release");
     Expect(g_calls.Exclusive([&] { return sdk->QuillonRenderRelease(render); }) == 1, index, "render release");
