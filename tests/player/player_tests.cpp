@@ -134,6 +134,16 @@ TEST_F(Player, ScreenshotOfTheLastPictureMatchesFfmpegsDecode) {
     EXPECT_EQ(lit, 0);
 }
 
+// The pictures QuillonPlay's summary line reports (and its seconds); -1 without that line.
+int Shown(const std::string& output, double* seconds = nullptr) {
+    int shown = -1;
+    double s = 0;
+    const size_t at = output.find("QuillonPlay: shown ");
+    if (at != std::string::npos) sscanf(output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &s);
+    if (seconds) *seconds = s;
+    return shown;
+}
+
 // Offsets of the 00 00 01 start codes of an Annex B stream.
 std::vector<size_t> StartCodes(const std::string& s) {
     const std::string code("\0\0\1", 3);
@@ -190,11 +200,9 @@ TEST_F(Player, PacesByTimestampsAndCountsLostPictures) {
     for (const auto& r : runs) {
         const testkit::ProcessRun run = Play("--no-overlay " + r.arguments);
         EXPECT_EQ(run.exitCode, 0u) << run.output;
-        int shown = -1;
         double seconds = 0;
-        const size_t at = run.output.find("QuillonPlay: shown ");
-        ASSERT_NE(at, std::string::npos) << run.output;
-        sscanf(run.output.c_str() + at, "QuillonPlay: shown %d frames in %lf s", &shown, &seconds);
+        const int shown = Shown(run.output, &seconds);
+        ASSERT_NE(shown, -1) << run.output;
         EXPECT_EQ(shown, r.shown) << run.output;
         EXPECT_NE(run.output.find(r.lost), std::string::npos) << run.output;
         EXPECT_GE(seconds, r.minSeconds) << run.output;
@@ -207,20 +215,16 @@ TEST_F(Player, PacesByTimestampsAndCountsLostPictures) {
 TEST_F(Player, DamagedClipsPlayTheGoodPicturesAndRandomBytesNeverCrash) {
     const std::string kReport = "QuillonPlay: decode error: ";
     std::mt19937 rng(2024);
-    int shown = -1;  // pictures, from the summary line of the last run
-    auto playFile = [&](const std::string& name, const std::string& bytes) {
+    auto playFile = [](const std::string& name, const std::string& bytes) {
         s_dir->Write(name, bytes);
         testkit::ProcessRun r = Play("--no-overlay --fast " + name);
-        const size_t at = r.output.find("QuillonPlay: shown ");
-        shown = -1;
-        if (at != std::string::npos) sscanf(r.output.c_str() + at, "QuillonPlay: shown %d", &shown);
         r.output = name + ":\n" + r.output;
         return r;
     };
     for (const std::string ext : {".264", ".265"}) {
         const std::string good = testkit::ReadFile(Clip("sample" + ext));
         const testkit::ProcessRun whole = playFile("whole" + ext, good);
-        const int wholeShown = shown;
+        const int wholeShown = Shown(whole.output);
         ASSERT_EQ(0u, whole.exitCode) << whole.output;
         ASSERT_GT(wholeShown, 10) << whole.output;
         EXPECT_EQ(std::string::npos, whole.output.find(kReport)) << whole.output;
@@ -230,15 +234,15 @@ TEST_F(Player, DamagedClipsPlayTheGoodPicturesAndRandomBytesNeverCrash) {
         const std::vector<size_t> codes = StartCodes(good);
         const testkit::ProcessRun cut = playFile("cut" + ext, good.substr(0, codes[codes.size() * 2 / 3] + 40));
         EXPECT_EQ(0u, cut.exitCode) << cut.output;
-        EXPECT_GE(shown, wholeShown * 2 / 3 - 1) << cut.output;
-        EXPECT_LT(shown, wholeShown) << cut.output;
+        EXPECT_GE(Shown(cut.output), wholeShown * 2 / 3 - 1) << cut.output;
+        EXPECT_LT(Shown(cut.output), wholeShown) << cut.output;
 
         // Damage in the second half: at least the first half plays, and the damage is reported.
         for (bool flip : {true, false}) {
             const testkit::ProcessRun r = playFile((flip ? "flipped" : "random-units") + ext,
                                                DamageSecondHalf(good, flip, rng));
             EXPECT_EQ(0u, r.exitCode) << r.output;
-            EXPECT_GE(shown, wholeShown / 2 - 1) << r.output;
+            EXPECT_GE(Shown(r.output), wholeShown / 2 - 1) << r.output;
             EXPECT_NE(std::string::npos, r.output.find(kReport)) << r.output;
         }
 

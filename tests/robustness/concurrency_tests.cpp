@@ -74,6 +74,7 @@ struct Tile {
         SetWindowPos(window, nullptr, 0, 0, w, h, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
         testkit::PumpMessages();
     }
+    RenderInitParam Open(int x, int y, const char* title);
     void Run(int tile, QuillonSdkApi* api, DWORD deadline);
 };
 
@@ -96,20 +97,28 @@ void QUILLON_CALL DrawTileOverlay(ShowFrameData* frame, void* user) {
     }
 }
 
-void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline) {
-    index = tile;
-    sdk = api;
+// The tile's window at (x, y) and its render object set up on it, the overlay callback installed; on this
+// thread. Returns the record InitDevice filled.
+RenderInitParam Tile::Open(int x, int y, const char* title) {
     threadId = GetCurrentThreadId();
-    window = testkit::CreateTestWindow(index % 4 * kTileW, index / 4 * kTileH, kTileW, kTileH, "concurrency");
-    spare = testkit::CreateTestWindow(index * 70, 4 * kTileH + 20, 64, 64, "concurrency spare");
+    window = testkit::CreateTestWindow(x, y, kTileW, kTileH, title);
     render = g_calls.Exclusive([&] { return sdk->QuillonRenderCreate(nullptr, 0); });
-    QuillonDecoderHandle decoder = g_calls.Exclusive([&] { return sdk->QuillonDecoderCreate(nullptr, 0); });
-    Expect(render && decoder, index, "create");
+    Expect(render != nullptr, index, "QuillonRenderCreate");
     RenderInitParam init = {};
     init.hWnd = window;
     Do("QuillonRenderInitDevice", [&] { return sdk->QuillonRenderInitDevice(render, &init, sizeof(init)); });
-    Do("QuillonDecoderInitial", [&] { return InitialH264(*sdk, decoder, &init.device, 320, 240); });
     Config(QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{DrawTileOverlay, this});
+    return init;
+}
+
+void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline) {
+    index = tile;
+    sdk = api;
+    RenderInitParam init = Open(index % 4 * kTileW, index / 4 * kTileH, "concurrency");
+    spare = testkit::CreateTestWindow(index * 70, 4 * kTileH + 20, 64, 64, "concurrency spare");
+    QuillonDecoderHandle decoder = g_calls.Exclusive([&] { return sdk->QuillonDecoderCreate(nullptr, 0); });
+    Expect(decoder != nullptr, index, "QuillonDecoderCreate");
+    Do("QuillonDecoderInitial", [&] { return InitialH264(*sdk, decoder, &init.device, 320, 240); });
 
     // Own colour in CPU picture 1 and pool slice 1, another tile's in picture 0 and slice 2.
     const int other = (index + 5) % 16;
@@ -205,13 +214,7 @@ void Tile::Run(int tile, QuillonSdkApi* api, DWORD deadline) {
 void FillShaderCache(QuillonSdkApi& api) {
     Tile warm;
     warm.sdk = &api;
-    warm.threadId = GetCurrentThreadId();
-    warm.window = testkit::CreateTestWindow(1000, 0, kTileW, kTileH, "concurrency warm-up");
-    warm.render = api.QuillonRenderCreate(nullptr, 0);
-    RenderInitParam init = {};
-    init.hWnd = warm.window;
-    warm.Do("QuillonRenderInitDevice", [&] { return api.QuillonRenderInitDevice(warm.render, &init, sizeof(init)); });
-    warm.Config(QUILLON_CMD_SET_DRAW_CALLBACK, DrawCallBackParam{DrawTileOverlay, &warm});
+    const RenderInitParam init = warm.Open(1000, 0, "concurrency warm-up");
     std::vector<uint8_t> picture = SolidI420(kPicW, kPicH, 80, 108, 108);
     testkit::DecoderPool pool(static_cast<ID3D11Device*>(init.device), kPicW, kPicH, 4);
     warm.Show(CpuFrame(picture, kPicW, kPicH));
