@@ -229,15 +229,23 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
     si.hStdError = out;
     si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION pi = {};
-    std::string command = commandLine;
-    if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, directory.c_str(), &si, &pi)) {
+    // A player run in one CI run ended with no output and exit code 0xFFFFFFFF: the program had
+    // not started, which Wine now and then refuses. A program that never ran is started again.
+    BOOL started = FALSE;
+    for (int attempt = 1; attempt <= 3 && !started; ++attempt) {
+        std::string command = commandLine;
+        started = CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, directory.c_str(), &si, &pi);
+        if (!started) fprintf(stdout, "testkit: cannot start %s (error %lu, attempt %d)\n", commandLine.c_str(),
+                              GetLastError(), attempt);
+    }
+    if (started) {
         if (WaitForSingleObject(pi.hProcess, timeoutMs) != WAIT_OBJECT_0) TerminateProcess(pi.hProcess, 99);
         GetExitCodeProcess(pi.hProcess, &run.exitCode);
         CloseHandle(pi.hProcess);
         CloseHandle(pi.hThread);
     }
     CloseHandle(out);
-    run.output = ReadFile(outPath);
+    run.output = started ? ReadFile(outPath) : "testkit: " + commandLine + " never started";
     DeleteFileA(outPath.c_str());
     return run;
 }

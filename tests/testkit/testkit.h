@@ -80,7 +80,7 @@ bool Near(COLORREF c, int r, int g, int b, int tolerance);
 size_t PrivateBytes();
 
 // Runs `commandLine` in `directory`, stdout and stderr into `directory`\runN.out; kills it
-// after `timeoutMs` (exit code 99).
+// after `timeoutMs` (exit code 99). A program Wine fails to start is started again, twice at most.
 struct ProcessRun {
     DWORD exitCode = 0xFFFFFFFF;
     std::string output;
