@@ -229,8 +229,9 @@ ProcessRun RunProcess(const std::string& directory, const std::string& commandLi
     si.hStdError = out;
     si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
     PROCESS_INFORMATION pi = {};
-    // A player run in one CI run ended with no output and exit code 0xFFFFFFFF: the program had
-    // not started, which Wine now and then refuses. A program that never ran is started again.
+    // A player run in one CI run ended with no output and exit code 0xFFFFFFFF. Under Wine a crash
+    // ends with its exception code and a killed process with 0, so that program never started.
+    // A program that did not start is started again.
     BOOL started = FALSE;
     for (int attempt = 1; attempt <= 3 && !started; ++attempt) {
         std::string command = commandLine;
