@@ -124,9 +124,10 @@ protected:
 };
 
 TEST_F(CoreLog, SecondLoadKeepsTheModuleAndLevelGate) {
-    HMODULE before = CLS_VelmorApi::GetInstance().m_hModule;
-    EXPECT_EQ(CLS_VelmorApi::GetInstance().LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
-    EXPECT_EQ(CLS_VelmorApi::GetInstance().m_hModule, before);
+    CLS_VelmorApi& api = CLS_VelmorApi::GetInstance();
+    const HMODULE before = api.m_hModule;
+    EXPECT_EQ(api.LoadOSSDK("QuillonSDK.dll", nullptr, nullptr), 0);
+    EXPECT_EQ(api.m_hModule, before);
     const struct { int first, second; bool msg, debug; } cases[] = {
         {0, 0, false, false},   {0, 300, true, true},    {200, 0, true, false},  {250, 0, true, false},
         {-1, -5, false, false}, {-200, 300, true, true}, {199, 0, false, false},

@@ -12,6 +12,7 @@
 #include "player/Screenshot.h"
 #include "testkit/testkit.h"
 #include "xop/D3D11RenderTexture.h"
+#include "xop/ScopedMap.h"
 
 namespace {
 
@@ -355,19 +356,18 @@ std::string CheckSlice(ID3D11Device* device, const Nv12Pool& pool, UINT slice, c
     ComPtr<ID3D11Texture2D> staging;
     if (FAILED(device->CreateTexture2D(&desc, nullptr, &staging))) return "no staging texture";
     context->CopySubresourceRegion(staging.Get(), 0, 0, 0, 0, pool.Texture(), slice, nullptr);
-    D3D11_MAPPED_SUBRESOURCE map = {};
-    if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_READ, 0, &map))) return "cannot map";
-    const uint8_t *got = static_cast<const uint8_t*>(map.pData), *u = p.bytes.data() + p.width * p.height;
+    xop::ScopedMap map(context.Get(), staging.Get(), D3D11_MAP_READ);
+    if (!map.Mapped()) return "cannot map";
+    const uint8_t *got = map.Data(), *u = p.bytes.data() + p.width * p.height;
     std::string wrong;
     for (int y = 0; y < H * 3 / 2 && wrong.empty(); ++y)
         for (int x = 0; x < W && wrong.empty(); ++x) {
             const int c = std::min(y - H, p.height / 2 - 1) * cw + std::min(x / 2, cw - 1);
             const int want = y < H ? p.bytes[std::min(y, p.height - 1) * p.width + std::min(x, p.width - 1)]
                                    : u[c + (x % 2) * p.width * p.height / 4];
-            if (got[y * map.RowPitch + x] != want)
+            if (got[y * map.RowPitch() + x] != want)
                 wrong = "slice " + std::to_string(slice) + " byte " + std::to_string(x) + "," + std::to_string(y);
         }
-    context->Unmap(staging.Get(), 0);
     return wrong;
 }
 

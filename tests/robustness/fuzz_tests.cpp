@@ -79,11 +79,11 @@ struct Fuzzer {
             return none;
         }
         }
-        std::vector<HWND> free;
+        std::vector<HWND> unused;
         for (HWND w : m_windows)
             if (std::none_of(m_windowOf.begin(), m_windowOf.end(), [w](const auto& on) { return on.second == w; }))
-                free.push_back(w);
-        return free[Below(static_cast<uint32_t>(free.size()))];
+                unused.push_back(w);
+        return unused[Below(static_cast<uint32_t>(unused.size()))];
     }
 
     void Expect(const char* call, int result, const Results& allowed) {

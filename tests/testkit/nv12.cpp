@@ -2,6 +2,7 @@
 
 #include "player/Nv12Pool.h"
 #include "xop/D3D11RenderTexture.h"
+#include "xop/ScopedMap.h"
 
 #include <algorithm>
 #include <cmath>
@@ -83,18 +84,16 @@ bool DecoderPool::Write(UINT slice, const Nv12Picture& picture) {
     if (FAILED(m_device->CreateTexture2D(&d, nullptr, &staging))) return false;
     ComPtr<ID3D11DeviceContext> context;
     m_device->GetImmediateContext(&context);
-    D3D11_MAPPED_SUBRESOURCE map;
-    if (FAILED(context->Map(staging.Get(), 0, D3D11_MAP_WRITE, 0, &map))) return false;
-    auto* out = static_cast<uint8_t*>(map.pData);
-    for (int row = 0; row < m_height; ++row) {
-        std::memcpy(out + size_t(row) * map.RowPitch, &picture.y[size_t(row) * m_width], m_width);
+    {
+        xop::ScopedMap map(context.Get(), staging.Get(), D3D11_MAP_WRITE);
+        if (!map.Mapped()) return false;
+        // The chroma plane follows the luma plane at the same pitch.
+        for (int row = 0; row < m_height * 3 / 2; ++row) {
+            const uint8_t* in = row < m_height ? &picture.y[size_t(row) * m_width]
+                                               : &picture.uv[size_t(row - m_height) * m_width];
+            std::memcpy(map.Data() + size_t(row) * map.RowPitch(), in, m_width);
+        }
     }
-    // The chroma plane follows the luma plane at the same pitch.
-    out += size_t(map.RowPitch) * m_height;
-    for (int row = 0; row < m_height / 2; ++row) {
-        std::memcpy(out + size_t(row) * map.RowPitch, &picture.uv[size_t(row) * m_width], m_width);
-    }
-    context->Unmap(staging.Get(), 0);
     context->CopySubresourceRegion(m_array.Get(), D3D11CalcSubresource(0, slice, 1), 0, 0, 0, staging.Get(), 0,
                                    nullptr);
     context->Flush();
